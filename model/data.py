@@ -1,0 +1,300 @@
+"""Pictures with boxes -> what the daemon shows its detector.
+
+The daemon sees 320x192 video-range NV12, cuts the moving part out of it and squeezes that to a size that the network
+takes. Training sees exactly this: the same frame, the same block grid, the same widening, the same area budget."""
+import json
+import math
+import os
+import random
+
+import cv2
+import numpy as np
+
+W, H = 320, 192
+MIN_AREA, MAX_AREA = 16384, 28224
+HOLDOUT = {"train": {"indoor_robot_mall", "mask_single", "human_v2_meeting"}, "negatives": {"pets", "houses"}}
+# Sources whose people in the background have no box: a confident find there is not punished.
+INCOMPLETE = {"ccp_street", "human_v2_openimages"}
+# How often a source is drawn, relative to its number of pictures.
+WEIGHT = {"ccp_street": 0.35, "sitting": 0.6, "riders": 0.7, "driveway": 0.8}
+cv2.setNumThreads(0)
+
+
+def load(root, kind, holdout=False, val=False):
+    """[(picture BGR, boxes Nx4, source)] of people/train or people/negatives, held-out sources left out."""
+    out = []
+    for name in sorted(os.listdir(f"{root}/{kind}")):
+        if not name.endswith(".jsonl"):
+            continue
+        source = name[:-6]
+        if (source in HOLDOUT[kind]) != holdout:
+            continue
+        for line in open(f"{root}/{kind}/{name}"):
+            r = json.loads(line)
+            im = cv2.imread(f"{root}/{r['file']}")
+            if im is None:
+                continue
+            out.append((im, np.array(r["boxes"], np.float32).reshape(-1, 4), source))
+    return out
+
+
+def fit(h, w):
+    """The network's input size for a crop of h x w (multiples of 32 within the area budget)."""
+    h, w = -(-h // 32) * 32, -(-w // 32) * 32
+    a = h * w
+    s = 1.0
+    if a < MIN_AREA:
+        s = math.sqrt(MIN_AREA / a)
+    elif a > MAX_AREA:
+        s = math.sqrt(MAX_AREA / a)
+    hh, ww = int(s * h), int(s * w)
+    if s < 1:
+        hh, ww = hh // 32 * 32, ww // 32 * 32
+    return -(-hh // 32) * 32, -(-ww // 32) * 32
+
+
+def widen(a, b, size):
+    w = b - a + 1
+    pad = (-(-w // 32) * 32 - w) // 2
+    if a < pad and b + pad > size:
+        return 0, size - 1
+    if a < pad:
+        return 0, b + 2 * pad - a
+    if b + pad < size:
+        return a - pad, b + pad
+    return a - 2 * pad + (size - 1 - b), size - 1
+
+
+def motion_crop(x1, y1, x2, y2):
+    bx1, by1 = max(0, int(x1 // 8) - 1), max(0, int(y1 // 8) - 1)
+    bx2, by2 = min(40, int(-(-x2 // 8)) + 1), min(24, int(-(-y2 // 8)) + 1)
+    bx2, by2 = max(bx2, bx1 + 2), max(by2, by1 + 2)
+    bx1, by1 = max(0, min(bx1, bx2 - 2, 38)), max(0, min(by1, by2 - 2, 22))
+    bx2, by2 = min(40, bx2), min(24, by2)
+    X1, X2 = widen(8 * bx1, 8 * bx2 - 1, W)
+    Y1, Y2 = widen(8 * by1, 8 * by2 - 1, H)
+    return max(X1, 0), max(Y1, 0), min(X2, W - 1), min(Y2, H - 1)
+
+
+_yy, _xx = np.mgrid[0:H, 0:W].astype(np.float32)
+
+
+_noise = np.random.default_rng(7).standard_normal(H * W * 3 * 8).astype(np.float32)
+
+
+def noise(rng, channels):
+    n = H * W * channels
+    i = rng.randrange(_noise.size - n)
+    return _noise[i:i + n].reshape(H, W, channels)
+
+
+def look(fr, rng, nrng):
+    """Light, colour, night, noise, blur, compression."""
+    r = rng.random
+    night = r() < 0.22
+    grey = night or r() < 0.18
+    f = fr.astype(np.float32)
+    if grey:
+        # near infrared weighs the colours in its own way: clothes dark by day are often bright
+        w = nrng.dirichlet((1.5, 2.0, 1.5)).astype(np.float32)
+        g = f @ w
+        f = np.repeat(g[:, :, None], 3, 2)
+    else:
+        if r() < 0.6:
+            f *= nrng.uniform(0.8, 1.2, 3).astype(np.float32)
+        if r() < 0.4:
+            m = f.mean(2, keepdims=True)
+            f = m + (f - m) * rng.uniform(0.2, 1.5)
+    if r() < 0.7:
+        table = (255 * (np.arange(256) / 255) ** math.exp(rng.uniform(-0.6, 0.6))).astype(np.float32)
+        f = table[np.clip(f, 0, 255).astype(np.uint8)]
+    if r() < 0.6:
+        m = f.mean()
+        f = (f - m) * rng.uniform(0.5, 1.4) + m + rng.uniform(-35, 35)
+    if night:
+        # an infrared lamp at the lens: bright middle, dark corners
+        cx, cy = rng.uniform(0.25, 0.75) * W, rng.uniform(0.25, 0.75) * H
+        d = ((_xx - cx) / W) ** 2 + ((_yy - cy) / H) ** 2
+        f *= np.exp(-d * rng.uniform(0.5, 5))[:, :, None] * rng.uniform(0.7, 1.5)
+    elif r() < 0.15:
+        a = rng.uniform(0, 2 * math.pi)
+        ramp = (np.cos(a) * (_xx / W - 0.5) + np.sin(a) * (_yy / H - 0.5)) * rng.uniform(0.3, 1.4)
+        f *= np.clip(1 + ramp, 0.15, 2)[:, :, None]
+    q = r()
+    if q < 0.12:
+        f = cv2.GaussianBlur(f, (0, 0), rng.uniform(0.5, 1.6))
+    elif q < 0.22:
+        n = rng.choice([3, 5, 7])
+        k = np.zeros((n, n), np.float32)
+        if r() < 0.7:
+            k[n // 2] = 1 / n
+        else:
+            k[:, n // 2] = 1 / n
+        f = cv2.filter2D(f, -1, k)
+    if r() < (0.8 if night else 0.3):
+        sigma = rng.uniform(2, 14 if night else 8)
+        if grey or r() < 0.5:
+            f += (noise(rng, 1) * sigma)
+        else:
+            f += noise(rng, 3) * sigma
+    f = np.clip(f, 0, 255).astype(np.uint8)
+    if r() < 0.15:
+        f = cv2.imdecode(cv2.imencode(".jpg", f, [cv2.IMWRITE_JPEG_QUALITY, rng.randint(20, 70)])[1], 1)
+    return f
+
+
+def sample(pic, rng, nrng, whole=0.25):
+    """One training picture: (RGB uint8 of a network size, boxes, ignore flags)."""
+    im, boxes, source = pic
+    h, w = im.shape[:2]
+    sx = sy = min(W / w, H / h)
+    q = rng.random()
+    if q < 0.45:
+        pass  # whole picture with bars
+    elif q < 0.7:
+        z = rng.uniform(1.0, 2.2)
+        sx *= z
+        sy *= z
+    elif q < 0.85:
+        sx, sy = W / w, H / h  # stretched
+    else:
+        z = rng.uniform(0.45, 1.0)
+        sx *= z
+        sy *= z
+    jitter = math.exp(rng.uniform(-0.3, 0.3) if source.startswith("human_v2") else rng.uniform(-0.12, 0.12))
+    sx *= jitter ** 0.5
+    sy /= jitter ** 0.5
+    nw, nh = max(8, round(w * sx)), max(8, round(h * sy))
+    small = cv2.resize(im, (nw, nh), interpolation=cv2.INTER_AREA if sx < 1 else cv2.INTER_LINEAR)
+    b = boxes * np.array([nw / w, nh / h] * 2, np.float32)
+    if rng.random() < 0.5:
+        small = small[:, ::-1]
+        b = b[:, [2, 1, 0, 3]]
+        b[:, [0, 2]] = nw - b[:, [0, 2]]
+    fill = 114 if rng.random() < 0.5 else rng.randrange(256)
+    fr = np.full((H, W, 3), fill, np.uint8)
+    if q < 0.45 and rng.random() < 0.7:
+        ox, oy = (W - nw) // 2, (H - nh) // 2
+    else:
+        ox = rng.randint(min(0, W - nw), max(0, W - nw))
+        oy = rng.randint(min(0, H - nh), max(0, H - nh))
+    x1, y1, x2, y2 = max(ox, 0), max(oy, 0), min(ox + nw, W), min(oy + nh, H)
+    fr[y1:y2, x1:x2] = small[y1 - oy:y2 - oy, x1 - ox:x2 - ox]
+    b = b + np.array([ox, oy, ox, oy], np.float32)
+    vis = np.stack([b[:, 0].clip(0, W), b[:, 1].clip(0, H), b[:, 2].clip(0, W), b[:, 3].clip(0, H)], 1)
+    ok = np.nonzero(((vis[:, 3] - vis[:, 1]) >= 20) & ((vis[:, 2] - vis[:, 0]) >= 6))[0]
+    fr = look(fr, rng, nrng)
+    # something before the people, now and then
+    if rng.random() < 0.12 and len(ok):
+        v = vis[rng.choice(list(ok))]
+        part = rng.uniform(0.15, 0.45)
+        c = tuple(int(x) for x in nrng.integers(0, 256, 3))
+        if rng.random() < 0.7:
+            cv2.rectangle(fr, (int(v[0] - rng.uniform(0, 30)), int(v[3] - part * (v[3] - v[1]))),
+                          (int(v[2] + rng.uniform(0, 30)), int(v[3] + 10)), c, -1)
+        else:
+            cv2.rectangle(fr, (int(v[0] - 10), int(v[1] - 10)), (int(v[0] + part * (v[2] - v[0])), int(v[3] + 10)), c, -1)
+    fr = cv2.cvtColor(cv2.cvtColor(fr, cv2.COLOR_BGR2YUV_I420), cv2.COLOR_YUV2RGB_I420)
+    q = rng.random()
+    if q < whole:
+        c = (0, 0, W - 1, H - 1)
+    elif q < 0.8 and len(ok):
+        pick = rng.sample(list(ok), min(len(ok), rng.randint(1, 3)))
+        v = vis[pick]
+        m = [v[:, 0].min(), v[:, 1].min(), v[:, 2].max(), v[:, 3].max()]
+        k = rng.random()
+        if k < 0.35:  # only a part of the body moved, or more than the body did
+            d = 0.25 * max(m[2] - m[0], 8), 0.25 * max(m[3] - m[1], 8)
+            m = [m[0] + rng.uniform(-2, 1) * d[0], m[1] + rng.uniform(-2, 1) * d[1], m[2] + rng.uniform(-1, 2) * d[0],
+                 m[3] + rng.uniform(-1, 2) * d[1]]
+        m = [min(max(m[0], 0), W - 9), min(max(m[1], 0), H - 9), m[2], m[3]]
+        m = [m[0], m[1], min(max(m[2], m[0] + 8), W), min(max(m[3], m[1] + 8), H)]
+        c = motion_crop(*m)
+    else:
+        cw, ch = rng.choice([32, 64, 96, 128, 160, 192, 256]), rng.choice([32, 64, 96, 128, 160, 192])
+        x, y = rng.randrange(0, W - cw + 1, 8), rng.randrange(0, H - ch + 1, 8)
+        c = (x, y, x + cw - 1, y + ch - 1)
+    cw, ch = c[2] - c[0] + 1, c[3] - c[1] + 1
+    hh, ww = fit(ch, cw)
+    out = cv2.resize(fr[c[1]:c[3] + 1, c[0]:c[2] + 1], (ww, hh), interpolation=cv2.INTER_LINEAR)
+    t = np.stack([b[:, 0].clip(c[0], c[2] + 1), b[:, 1].clip(c[1], c[3] + 1), b[:, 2].clip(c[0], c[2] + 1),
+                  b[:, 3].clip(c[1], c[3] + 1)], 1)
+    area = (b[:, 2] - b[:, 0]) * (b[:, 3] - b[:, 1])
+    part = (t[:, 2] - t[:, 0]) * (t[:, 3] - t[:, 1]) / np.maximum(area, 1e-3)
+    keep = (part > 0.02) & (t[:, 2] - t[:, 0] > 1) & (t[:, 3] - t[:, 1] > 1)
+    t, part = t[keep], part[keep]
+    hpx = t[:, 3] - t[:, 1]
+    wpx = t[:, 2] - t[:, 0]
+    # too small or too little of it to be called a person by anyone; and the odd box that holds only a hand
+    ignore = (part < 0.45) | (hpx < 13) | (wpx < 5)
+    if "coco" in source:
+        ignore |= hpx < 0.55 * wpx
+    t = (t - np.array([c[0], c[1]] * 2, np.float32)) * np.array([ww / cw, hh / ch] * 2, np.float32)
+    return out, t.astype(np.float32), ignore, source in INCOMPLETE
+
+
+class Stream:
+    """Batches of one size each, for ever."""
+
+    def __init__(self, root, seed, batch, negatives=0.28):
+        self.people = load(root, "train")
+        self.neg = load(root, "negatives")
+        w = np.array([WEIGHT.get(p[2], 1.0) for p in self.people])
+        self.cum = np.cumsum(w) / w.sum()
+        self.rng = random.Random(seed)
+        self.nrng = np.random.default_rng(seed)
+        self.batch = batch
+        self.share = negatives
+        self.bucket = {}
+
+    def one(self):
+        if self.rng.random() < self.share:
+            pic = self.neg[self.rng.randrange(len(self.neg))]
+        else:
+            pic = self.people[int(np.searchsorted(self.cum, self.rng.random()))]
+        return sample(pic, self.rng, self.nrng)
+
+    def next(self):
+        while True:
+            s = self.one()
+            k = s[0].shape[:2]
+            # the smaller pictures of a rare size must not wait for ever: batches by pixels, not by number
+            bucket = self.bucket.setdefault(k, [])
+            bucket.append(s)
+            if len(bucket) == self.batch:
+                del self.bucket[k]
+                return bucket
+
+
+def collate(bucket):
+    n, g = len(bucket), max(1, max(len(s[1]) for s in bucket))
+    x = np.stack([s[0] for s in bucket])
+    boxes = np.zeros((n, g, 4), np.float32)
+    kind = np.zeros((n, g), np.int64)  # 0 nothing, 1 person, 2 ignore
+    for i, s in enumerate(bucket):
+        boxes[i, :len(s[1])] = s[1]
+        kind[i, :len(s[1])] = np.where(s[2], 2, 1)
+    return x, boxes, kind, np.array([s[3] for s in bucket])
+
+
+if __name__ == "__main__":
+    import sys, time
+    st = Stream(sys.argv[1], 1, 32)
+    print(len(st.people), len(st.neg))
+    t = time.time()
+    n = 600
+    sizes = {}
+    tiles = []
+    for i in range(n):
+        s = st.one()
+        sizes[s[0].shape[:2]] = sizes.get(s[0].shape[:2], 0) + 1
+        if i < 40:
+            im = np.zeros((200, 260, 3), np.uint8)
+            o = s[0][:, :, ::-1].copy()
+            for bb, ig in zip(s[1], s[2]):
+                cv2.rectangle(o, tuple(int(v) for v in bb[:2]), tuple(int(v) for v in bb[2:]), (0, 0, 255) if ig else (0, 255, 0))
+            im[:min(200, o.shape[0]), :min(260, o.shape[1])] = o[:200, :260]
+            tiles.append(im)
+    print((time.time() - t) / n * 1e3, "ms each")
+    print(sorted(sizes.items(), key=lambda v: -v[1])[:30])
+    cv2.imwrite("tiles.png", np.vstack([np.hstack(tiles[i:i + 8]) for i in range(0, 40, 8)]))

@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Trains the person network. usage: train.py --people DIR --out DIR --minutes M [--processes 2]"""
+import argparse
+import math
+import os
+import time
+
+import numpy as np
+import torch
+import torch.distributed as dist
+import torch.multiprocessing as mp
+from torch.nn import functional as F
+
+from data import Stream, collate
+from network import ANCHORS, MASKS, STRIDES, Net
+
+
+def grid(h, w):
+    """Per output cell and anchor: column, row, stride, anchor width and height, in the order of the outputs."""
+    rows = []
+    for s, mask in zip(STRIDES, MASKS):
+        gh, gw = h // s, w // s
+        r, c = torch.meshgrid(torch.arange(gh), torch.arange(gw), indexing="ij")
+        for a in mask:
+            aw, ah = ANCHORS[a]
+            rows.append(torch.stack([c.flatten(), r.flatten(), torch.full((gh * gw,), s),
+                                     torch.full((gh * gw,), aw), torch.full((gh * gw,), ah)], 1).float())
+    return torch.cat(rows)
+
+
+def flatten(outs):
+    return torch.cat([o.float().reshape(o.shape[0], 3, 6, -1).permute(0, 1, 3, 2).reshape(o.shape[0], -1, 6)
+                      for o in outs], 1)
+
+
+def decode(p, g):
+    cx = (p[..., 0].sigmoid() + g[:, 0]) * g[:, 2]
+    cy = (p[..., 1].sigmoid() + g[:, 1]) * g[:, 2]
+    w = p[..., 2].clamp(-4, 4).exp() * g[:, 3]
+    h = p[..., 3].clamp(-4, 4).exp() * g[:, 4]
+    return torch.stack([cx - w / 2, cy - h / 2, cx + w / 2, cy + h / 2], -1)
+
+
+def iou(a, b, complete=False):
+    x1, y1 = torch.maximum(a[..., 0], b[..., 0]), torch.maximum(a[..., 1], b[..., 1])
+    x2, y2 = torch.minimum(a[..., 2], b[..., 2]), torch.minimum(a[..., 3], b[..., 3])
+    inter = (x2 - x1).clamp(0) * (y2 - y1).clamp(0)
+    wa, ha, wb, hb = a[..., 2] - a[..., 0], a[..., 3] - a[..., 1], b[..., 2] - b[..., 0], b[..., 3] - b[..., 1]
+    v = inter / (wa * ha + wb * hb - inter + 1e-6)
+    if not complete:
+        return v
+    cw = torch.maximum(a[..., 2], b[..., 2]) - torch.minimum(a[..., 0], b[..., 0])
+    ch = torch.maximum(a[..., 3], b[..., 3]) - torch.minimum(a[..., 1], b[..., 1])
+    d = ((a[..., 0] + a[..., 2] - b[..., 0] - b[..., 2]) ** 2 + (a[..., 1] + a[..., 3] - b[..., 1] - b[..., 3]) ** 2) / 4
+    k = 4 / math.pi ** 2 * (torch.atan(wb / hb.clamp(1e-3)) - torch.atan(wa / ha.clamp(1e-3))) ** 2
+    with torch.no_grad():
+        alpha = k / (1 - v + k + 1e-6)
+    return v - d / (cw ** 2 + ch ** 2 + 1e-6) - alpha * k
+
+
+@torch.no_grad()
+def assign(p, boxes, gt, kind, g, topk=7):
+    """Task-aligned: a cell and anchor answers for a person when its box and its score agree best."""
+    n, m = gt.shape[:2]
+    person = kind == 1
+    cx, cy = (g[:, 0] + 0.5) * g[:, 2], (g[:, 1] + 0.5) * g[:, 2]
+    gx, gy = (gt[..., 0] + gt[..., 2]) / 2, (gt[..., 1] + gt[..., 3]) / 2
+    near = ((gx[..., None] - cx).abs() < g[:, 2] * 1.01) & ((gy[..., None] - cy).abs() < g[:, 2] * 1.01)
+    gw, gh = (gt[..., 2] - gt[..., 0]).clamp(1), (gt[..., 3] - gt[..., 1]).clamp(1)
+    ratio = torch.maximum((gw[..., None] / g[:, 3]).log().abs(), (gh[..., None] / g[:, 4]).log().abs())
+    ok = near & person[..., None] & (ratio < math.log(4.5))
+    v = iou(boxes[:, None], gt[:, :, None]).clamp(0)
+    score = p[:, None, :, 4].sigmoid()
+    # early on boxes say little: the anchors' own shapes keep the choice sane
+    t = score.sqrt() * v ** 4 * ok + 1e-9 * torch.exp(-ratio) * ok
+    top = t.topk(topk, -1)
+    chosen = torch.zeros_like(t, dtype=torch.bool).scatter_(-1, top.indices, top.values > 0)
+    t = torch.where(chosen, t, torch.zeros_like(t))
+    best, who = t.max(1)  # a cell answers for one person only
+    positive = best > 0
+    norm = t / t.amax(-1, keepdim=True).clamp(1e-12) * (v * chosen).amax(-1, keepdim=True)
+    target = norm.gather(1, who[:, None]).squeeze(1) * positive
+    # scores are to be read against 0.5: a box that fits well is a certain person
+    target = ((target - 0.15) / 0.6).clamp(0.0, 1.0) * positive
+    ig = (kind == 2)[..., None] & (cx > gt[..., 0:1]) & (cx < gt[..., 2:3]) & (cy > gt[..., 1:2]) & (cy < gt[..., 3:4])
+    return positive, who, target, ig.any(1)
+
+
+def loss_of(outs, gt, kind, incomplete, g):
+    p = flatten(outs)
+    boxes = decode(p, g)
+    positive, who, target, ignored = assign(p.detach(), boxes.detach(), gt, kind, g)
+    s = p[..., 4].detach().sigmoid()
+    bce = F.binary_cross_entropy_with_logits(p[..., 4], target, reduction="none")
+    w = torch.where(positive, 0.3 + 0.7 * target, 0.9 * s ** 1.6)
+    w = torch.where(ignored & ~positive, torch.zeros_like(w), w)
+    w = torch.where(incomplete[:, None] & ~positive & (s > 0.35), 0.15 * w, w)
+    total = target.sum().clamp(4.0)
+    obj = (bce * w).sum() / total
+    if positive.any():
+        t = gt.gather(1, who[..., None].expand(-1, -1, 4))[positive]
+        fitness = iou(boxes[positive], t, complete=True)
+        box = ((1 - fitness) * (target[positive] + 0.1)).sum() / total
+    else:
+        box = p.sum() * 0
+    return obj + 2.5 * box, obj.detach(), box.detach()
+
+
+def run(rank, a):
+    torch.set_num_threads(1)
+    if a.processes > 1:
+        os.environ.setdefault("MASTER_ADDR", "127.0.0.1")
+        os.environ.setdefault("MASTER_PORT", str(a.port))
+        dist.init_process_group("gloo", rank=rank, world_size=a.processes)
+    torch.manual_seed(1)
+    net = Net().to(memory_format=torch.channels_last)
+    start_fraction = 0.0
+    if a.resume:
+        net.load_state_dict(torch.load(a.resume)["ema"])
+    ema = {k: v.detach().clone().float() for k, v in net.state_dict().items()}
+    decay, plain = [], []
+    for k, v in net.named_parameters():
+        (decay if v.ndim > 1 else plain).append(v)
+    opt = torch.optim.AdamW([{"params": decay, "weight_decay": 0.02}, {"params": plain, "weight_decay": 0}], lr=1e-3,
+                            betas=(0.9, 0.99))
+    stream = Stream(a.people, 100 * a.seed + rank, a.batch)
+    params = [q for q in net.parameters()]
+    grids = {}
+    t0 = last = saved = time.time()
+    step, logs = 0, []
+    clock = torch.zeros(1)
+    while True:
+        clock[0] = (time.time() - t0) / (a.minutes * 60)
+        if a.processes > 1:
+            dist.broadcast(clock, 0)
+        f = float(clock)
+        if f >= 1:
+            break
+        f = start_fraction + (1 - start_fraction) * f
+        lr = a.lr * min(1.0, (step + 1) / 300) * (0.02 + 0.98 * 0.5 * (1 + math.cos(math.pi * f)))
+        for group in opt.param_groups:
+            group["lr"] = lr
+        x, gt, kind, inc = collate(stream.next())
+        h, w = x.shape[1:3]
+        if (h, w) not in grids:
+            grids[h, w] = grid(h, w)
+        x = torch.from_numpy(x).permute(0, 3, 1, 2).float().div_(255).contiguous(memory_format=torch.channels_last)
+        with torch.autocast("cpu", dtype=torch.bfloat16):
+            outs = net(x)
+        loss, lo, lb = loss_of(outs, torch.from_numpy(gt), torch.from_numpy(kind), torch.from_numpy(inc), grids[h, w])
+        opt.zero_grad(set_to_none=False)
+        loss.backward()
+        if a.processes > 1:
+            flat = torch.cat([q.grad.reshape(-1) for q in params])
+            dist.all_reduce(flat)
+            flat /= a.processes
+            i = 0
+            for q in params:
+                q.grad.copy_(flat[i:i + q.numel()].reshape(q.shape))
+                i += q.numel()
+        torch.nn.utils.clip_grad_norm_(params, 10.0)
+        opt.step()
+        step += 1
+        if rank == 0:
+            d = min(0.9995, (step + 1) / (step + 20))
+            with torch.no_grad():
+                for k, v in net.state_dict().items():
+                    if v.dtype.is_floating_point:
+                        ema[k].lerp_(v.float(), 1 - d)
+            logs.append((float(lo), float(lb)))
+            if time.time() - last > 30:
+                m = np.mean(logs, 0)
+                print(f"{time.time() - t0:7.0f} s step {step} pictures/s {len(logs) * a.batch * a.processes / (time.time() - last):.0f} "
+                      f"lr {lr:.2e} obj {m[0]:.3f} box {m[1]:.3f}", flush=True)
+                logs, last = [], time.time()
+            if time.time() - saved > 240:
+                torch.save({"ema": ema, "step": step}, f"{a.out}/last.pt.part")
+                os.replace(f"{a.out}/last.pt.part", f"{a.out}/last.pt")
+                saved = time.time()
+    if rank == 0:
+        torch.save({"ema": ema, "step": step}, f"{a.out}/final.pt")
+        print("done", step, flush=True)
+
+
+if __name__ == "__main__":
+    q = argparse.ArgumentParser()
+    q.add_argument("--people", default=os.path.join(os.environ.get("SHARED", "../shared"), "people"))
+    q.add_argument("--out", default="build/model")
+    q.add_argument("--minutes", type=float, default=70)
+    q.add_argument("--processes", type=int, default=2)
+    q.add_argument("--batch", type=int, default=32)
+    q.add_argument("--lr", type=float, default=2e-3)
+    q.add_argument("--seed", type=int, default=1)
+    q.add_argument("--port", type=int, default=29511)
+    q.add_argument("--resume")
+    a = q.parse_args()
+    os.makedirs(a.out, exist_ok=True)
+    if a.processes > 1:
+        mp.spawn(run, (a,), nprocs=a.processes)
+    else:
+        run(0, a)
