@@ -570,6 +570,15 @@ TEST_F(Csc, CropsCostOnlyThemselves)
         }
 }
 
+TEST_F(Csc, StridesOfATallPictureAreHeldToItsWidth)
+{
+    std::vector<uint8_t> luma(20, 126), chroma(10, 128), pixels(60, 0);
+    const mi_ive_image yuv = nv12(luma.data(), chroma.data(), 2, 10, 2, 2);
+    mi_ive_image rgb = image(MI_IVE_U8C3_PACKED, pixels.data(), 2, 10, 2);
+    ASSERT_EQ(MI_IVE_Csc(0, &yuv, &rgb, &to_rgb, 0), 0);
+    EXPECT_EQ(pixels, std::vector<uint8_t>(60, 128));
+}
+
 struct CscCall {
     int handle;
     mi_ive_image yuv, rgb;
