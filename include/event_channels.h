@@ -33,15 +33,16 @@ enum {
 // Head of a raw frame message, little-endian; the pixels follow at byte 64.
 struct raw_frame_header {
     uint32_t reserved0;
-    uint32_t width;   // pixels
-    uint32_t height;  // pixels
+    uint32_t width;  // pixels
+    uint32_t height; // pixels
     uint32_t reserved1;
-    uint32_t size;    // pixel bytes; 0 = no frame
+    uint32_t size; // pixel bytes; 0 = no frame
     uint8_t reserved2[12];
     uint64_t timestamp;
     uint8_t reserved3[24];
 };
 static_assert(sizeof(raw_frame_header) == 64, "wire layout");
-static_assert(offsetof(raw_frame_header, size) == 16 && offsetof(raw_frame_header, timestamp) == 32, "wire layout");
+static_assert(offsetof(raw_frame_header, size) == 16 && offsetof(raw_frame_header, timestamp) == 32,
+              "wire layout");
 
 #endif

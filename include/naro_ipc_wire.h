@@ -1,4 +1,5 @@
-// The media server's command wire: what the daemon sends and the media server answers. Little-endian 32-bit words.
+// The media server's command wire: what the daemon sends and the media server answers. Little-endian 32-bit
+// words.
 //
 // request: header | payload (n bytes) | tail            20 + n bytes
 // reply:   header (cmd_no + 1) | ret | data (m) | tail  24 + m bytes
@@ -8,18 +9,19 @@
 #include <stddef.h>
 #include <stdint.h>
 
-// Name in the abstract namespace, from sun_path[1]; the rest of the 108 bytes is zero and belongs to the name.
+// Name in the abstract namespace, from sun_path[1]; the rest of the 108 bytes is zero and belongs to the
+// name.
 #define NARO_IPC_SOCKET_NAME "naro_IPCsock"
 
 enum : uint32_t {
-    NARO_IPC_MAGIC = 0x4F52414Eu,  // the bytes "NARO"
+    NARO_IPC_MAGIC = 0x4F52414Eu, // the bytes "NARO"
     NARO_IPC_TAIL = 0x0000A5A5u,
 };
 enum : uint32_t { NARO_IPC_SET = 1, NARO_IPC_QUERY = 2 };
 
 struct naro_ipc_cmd_header {
     uint32_t magic;
-    uint32_t length;  // whole message, header and tail included
+    uint32_t length; // whole message, header and tail included
     uint32_t cmd_no;
     uint32_t cmd_type;
 };
@@ -57,18 +59,18 @@ struct naro_ipc_command {
 
 // The motion grid: 32 cells, row-major, 8 columns by 4 rows. Words in wire order.
 struct md_cell {
-    int32_t x, y, w, h;  // pixels
-    int32_t reserved;    // carried, never touched
-    int32_t value;       // sent by naro_isp_md_set (low byte + 1)
-    int32_t result;      // received by naro_isp_md_get
+    int32_t x, y, w, h; // pixels
+    int32_t reserved;   // carried, never touched
+    int32_t value;      // sent by naro_isp_md_set (low byte + 1)
+    int32_t result;     // received by naro_isp_md_get
 };
 enum { NARO_MD_COLUMNS = 8, NARO_MD_ROWS = 4, NARO_MD_CELLS = 32 };
 
 struct naro_isp_ev_attr {
-    uint32_t word[7];  // ev, bv, exposure in microseconds, analogue gain, digital gain (1024 = 1x), 0, 0
+    uint32_t word[7]; // ev, bv, exposure in microseconds, analogue gain, digital gain (1024 = 1x), 0, 0
 };
 struct naro_isp_wb_attr {
-    int32_t word[8];  // red, blue (signed), then zeros
+    int32_t word[8]; // red, blue (signed), then zeros
 };
 
 // The tracking block: six boxes of four 32-bit words x1, y1, x2, y2 in pixels of the 320 x 192 frame; unused

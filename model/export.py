@@ -113,7 +113,7 @@ def main():
         t.write(b"".join(f.weights))
     with open(f"{out}/person.param.txt", "w") as t:
         t.write("# What person.param.bin says, to read. Outputs: 142 (stride 32), 154 (stride 16), 164 (stride 8).\n")
-        t.write("\n".join(f.text) + "\n")
+        t.write("\n".join(line.rstrip() for line in f.text) + "\n")
     print(os.path.getsize(f"{out}/person.param.bin"), os.path.getsize(f"{out}/person.model.bin"), "bytes")
 
 

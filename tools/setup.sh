@@ -27,3 +27,20 @@ naro_setup() {
     "${as_root[@]}" apt-get update -q >&2 || echo "apt-get update failed; trying with the lists that are there" >&2
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends $missing >&2
 }
+
+# Where this project keeps what it made once: outside the checkout, so that a second clone finds it.
+naro_cache() { echo "${NARO_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/naro_algo}"; }
+
+# naro_setup_clang_format: the one version that .clang-format is written for, whatever the distribution has.
+naro_setup_clang_format() {
+    local home
+    home=$(naro_cache)/clang-format-14.0.6
+    if [ ! -x "$home/bin/clang-format" ]; then
+        { python3 -m venv "$home" && "$home/bin/python" -m pip install --quiet --disable-pip-version-check \
+            clang-format==14.0.6; } >&2 || {
+            echo "clang-format 14 could not be had; the layout rule will be skipped" >&2
+            return 0
+        }
+    fi
+    export NARO_CLANG_FORMAT=$home/bin/clang-format
+}

@@ -5,9 +5,9 @@
 #include <stddef.h>
 
 extern "C" {
-extern const unsigned char person_model_structure[];  // 64-byte aligned
+extern const unsigned char person_model_structure[]; // 64-byte aligned
 extern const unsigned char person_model_structure_end[];
-extern const unsigned char person_model_weights[];  // 64-byte aligned
+extern const unsigned char person_model_weights[]; // 64-byte aligned
 extern const unsigned char person_model_weights_end[];
 }
 
