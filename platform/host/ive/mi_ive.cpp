@@ -120,8 +120,8 @@ int MI_IVE_Csc(int handle, const struct mi_ive_image *yuv, struct mi_ive_image *
         yuv->width % 2 != 0 || yuv->height % 2 != 0 || !is_picture(rgb, MI_IVE_U8C3_PACKED) ||
         rgb->width != yuv->width || rgb->height != yuv->height)
         return MI_IVE_ERR_PARAM;
-    // "RAW" is the library's word for R, G, B in memory; its default matrix is BT.601 video range. What it would
-    // refuse was refused above.
+    // "RAW" is the library's word for R, G, B in memory; its default matrix is BT.601 video range. What it
+    // would refuse was refused above.
     libyuv::NV12ToRAW(yuv->virt_addr[0], yuv->stride[0], yuv->virt_addr[1], yuv->stride[1], rgb->virt_addr[0],
                       3 * rgb->stride[0], yuv->width, yuv->height);
     return 0;
