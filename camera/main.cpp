@@ -1,0 +1,133 @@
+// The camera on a desk: what the other processes of a camera are to the daemon, in one program.
+//
+// One event loop on the main thread runs everything; the source reads and decodes on a thread of its own.
+// Start: root, command socket, channels, source, daemon. End: nothing more to send or a signal, the daemon by
+// SIGTERM, the summary.
+#include <ev.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "desk.h"
+#include "frames.h"
+#include "media_server.h"
+#include "naro_util.h"
+#include "options.h"
+#include "output.h"
+#include "picture.h"
+#include "scenario.h"
+#include "source.h"
+#include "supervisor.h"
+
+namespace
+{
+
+struct {
+    camera_options options;
+    struct ev_loop *loop;
+    ev_signal signals[4];
+    scenario script;
+    bool stopping;
+    bool failed;
+} camera;
+
+void on_daemon_stopped(void)
+{
+    ev_break(camera.loop, EVBREAK_ALL);
+}
+
+void stop(void)
+{
+    if (camera.stopping)
+        return;
+    camera.stopping = true;
+    supervisor_stop(on_daemon_stopped);
+}
+
+void on_frames_end(bool failed)
+{
+    camera.failed = failed;
+    stop();
+}
+
+void on_signal(struct ev_loop *, ev_signal *, int)
+{
+    stop();
+}
+
+void on_result(const frame_result *result)
+{
+    output_result(result);
+    if (output_broken())
+        stop(); // nobody reads on
+}
+
+int start(void)
+{
+    const camera_options &options = camera.options;
+    if (options.scenario && scenario_load(options.scenario, &camera.script) != 0)
+        return -1;
+    if (desk_enter_root(true) != 0)
+        return -1;
+    const media_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track};
+    if (media_server_start(camera.loop, &server) != 0)
+        return -1;
+    frames_settings frames = {};
+    frames.fast = options.fast;
+    frames.listeners = options.listeners;
+    frames.end_ms = options.end_ms;
+    frames.keep_pictures = options.record || options.window;
+    frames.on_result = on_result;
+    frames.on_end = on_frames_end;
+    if (frames_start(camera.loop, &frames) != 0)
+        return -1;
+    const source_settings source = {options.source, options.loop, frames_wake, nullptr};
+    if (source_start(&source) != 0)
+        return -1;
+    if (!options.daemon)
+        return 0;
+    const supervisor_settings daemon = {options.daemon, options.verbose, frames_on_daemon_end};
+    return supervisor_start(camera.loop, &daemon);
+}
+
+void run(void)
+{
+    const int numbers[] = {SIGINT, SIGTERM, SIGQUIT, SIGHUP};
+    for (size_t i = 0; i < sizeof numbers / sizeof *numbers; i++) {
+        ev_signal_init(&camera.signals[i], on_signal, numbers[i]);
+        ev_signal_start(camera.loop, &camera.signals[i]);
+    }
+    ev_run(camera.loop, 0);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    desk_set_program("naro_camera");
+    const int parsed = options_parse(argc, argv, &camera.options);
+    if (parsed != 0)
+        return parsed > 0 ? 0 : 2;
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    signal(SIGPIPE, SIG_IGN);
+    av_log_set_level(camera.options.verbose ? AV_LOG_WARNING : AV_LOG_FATAL);
+    camera.loop = ev_loop_new(EVFLAG_AUTO);
+    output_start(&camera.options);
+    const bool started = camera.loop && start() == 0;
+    if (started) {
+        run();
+        output_summary();
+    } else if (camera.loop) {
+        supervisor_stop([] {});
+    }
+    output_stop();
+    source_stop();
+    frames_stop();
+    media_server_stop();
+    picture_exit();
+    return started && !camera.failed ? 0 : 1;
+}

@@ -1,0 +1,200 @@
+// The camera's command line.
+#include "options.h"
+
+#include <errno.h>
+#include <getopt.h>
+#include <limits.h>
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "desk.h"
+
+namespace
+{
+
+const char help[] =
+    "usage: naro_camera [options]\n"
+    "\n"
+    "A whole camera on a desk, around the daemon naro_algo: it plays a source, gives the daemon its frames, "
+    "answers\n"
+    "its commands, starts it again when it ends, and prints every event on a line of standard output:\n"
+    "    00:12.400  PeopleMotion  [120,40 60x130]\n"
+    "that is the source's time, what was seen, and people's boxes (x,y width x height in pixels of 320x192). "
+    "At the\n"
+    "end comes a summary. Ctrl-C ends it.\n"
+    "\n"
+    "  --source WHAT    a video file, a URL (RTSP, HTTP, ...) or a capture device (/dev/video0); without it: "
+    "a\n"
+    "                   generated picture of moving shapes\n"
+    "  --loop           play a file again and again\n"
+    "  --fast           as fast as the daemon analyses, five frames for each second of the source\n"
+    "  --seconds N      stop after N seconds of the source\n"
+    "  --record DIR     write DIR/video.mp4, with boxes and events drawn in, and DIR/events.jsonl (both are "
+    "written\n"
+    "                   over)\n"
+    "  --window         show the picture in a window (needs ffplay and a display)\n"
+    "  --headless       no window (that is so unless --window is given)\n"
+    "  --json           events and summary as JSON, one object a line\n"
+    "  --summary        no events, only the summary\n"
+    "  --verbose        the daemon's log lines too (else they go to run/naro/naro_algo.log under the root)\n"
+    "  --help           this text\n"
+    "\n"
+    "For tests:\n"
+    "  --daemon PATH    the daemon to start (default: naro_algo beside this program)\n"
+    "  --no-daemon      start none; one that is started by hand with the same NARO_ROOT finds the camera\n"
+    "  --scenario FILE  misbehave as the file says (camera/scenario.h describes it)\n"
+    "  --listeners N    wait for N receivers of the raw stream before the first frame (default 1: the "
+    "daemon)\n"
+    "\n"
+    "NARO_ROOT names the folder in which all sockets and files of the camera live. Without it, that is "
+    "\"naro\" in\n"
+    "the user's runtime folder, or /tmp/naro-<user number>. naro-events and naro-status look there, too.\n";
+
+enum {
+    LONG_FAST = 256,
+    LONG_SECONDS,
+    LONG_RECORD,
+    LONG_WINDOW,
+    LONG_HEADLESS,
+    LONG_JSON,
+    LONG_SUMMARY,
+    LONG_VERBOSE,
+    LONG_DAEMON,
+    LONG_NO_DAEMON,
+    LONG_SCENARIO,
+    LONG_LISTENERS,
+    LONG_SOURCE,
+    LONG_LOOP
+};
+
+const option long_options[] = {
+    {"source", required_argument, nullptr, LONG_SOURCE},
+    {"loop", no_argument, nullptr, LONG_LOOP},
+    {"fast", no_argument, nullptr, LONG_FAST},
+    {"seconds", required_argument, nullptr, LONG_SECONDS},
+    {"record", required_argument, nullptr, LONG_RECORD},
+    {"window", no_argument, nullptr, LONG_WINDOW},
+    {"headless", no_argument, nullptr, LONG_HEADLESS},
+    {"json", no_argument, nullptr, LONG_JSON},
+    {"summary", no_argument, nullptr, LONG_SUMMARY},
+    {"verbose", no_argument, nullptr, LONG_VERBOSE},
+    {"daemon", required_argument, nullptr, LONG_DAEMON},
+    {"no-daemon", no_argument, nullptr, LONG_NO_DAEMON},
+    {"scenario", required_argument, nullptr, LONG_SCENARIO},
+    {"listeners", required_argument, nullptr, LONG_LISTENERS},
+    {"help", no_argument, nullptr, 'h'},
+    {nullptr, 0, nullptr, 0},
+};
+
+const double SECONDS_MAX = 1e9;
+
+bool read_seconds(const char *text, uint64_t *ms)
+{
+    char *end;
+    errno = 0;
+    const double seconds = strtod(text, &end);
+    if (end == text || *end || errno != 0 || !(seconds > 0) || seconds > SECONDS_MAX) {
+        desk_say("--seconds wants a number above 0, not \"%s\"", text);
+        return false;
+    }
+    *ms = static_cast<uint64_t>(ceil(seconds * 1000));
+    return true;
+}
+
+bool read_listeners(const char *text, int *count)
+{
+    char *end;
+    errno = 0;
+    const long number = strtol(text, &end, 10);
+    if (end == text || *end || errno != 0 || number < 1 || number > 100) {
+        desk_say("--listeners wants a number from 1 to 100, not \"%s\"", text);
+        return false;
+    }
+    *count = static_cast<int>(number);
+    return true;
+}
+
+// The daemon lies beside this program, wherever that was started from.
+const char *daemon_beside(void)
+{
+    static char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - sizeof "naro_algo");
+    if (length <= 0)
+        return "naro_algo";
+    path[length] = '\0';
+    char *name = strrchr(path, '/');
+    strcpy(name ? name + 1 : path, "naro_algo");
+    return path;
+}
+
+} // namespace
+
+int options_parse(int argc, char **argv, camera_options *options)
+{
+    *options = {};
+    options->daemon = daemon_beside();
+    options->listeners = 1;
+    int choice;
+    while ((choice = getopt_long(argc, argv, "h", long_options, nullptr)) != -1) {
+        switch (choice) {
+        case LONG_SOURCE:
+            options->source = optarg;
+            break;
+        case LONG_LOOP:
+            options->loop = true;
+            break;
+        case LONG_FAST:
+            options->fast = true;
+            break;
+        case LONG_SECONDS:
+            if (!read_seconds(optarg, &options->end_ms))
+                return -1;
+            break;
+        case LONG_RECORD:
+            options->record = optarg;
+            break;
+        case LONG_WINDOW:
+            options->window = true;
+            break;
+        case LONG_HEADLESS:
+            options->window = false;
+            break;
+        case LONG_JSON:
+            options->json = true;
+            break;
+        case LONG_SUMMARY:
+            options->summary_only = true;
+            break;
+        case LONG_VERBOSE:
+            options->verbose = true;
+            break;
+        case LONG_DAEMON:
+            options->daemon = optarg;
+            break;
+        case LONG_NO_DAEMON:
+            options->daemon = nullptr;
+            break;
+        case LONG_SCENARIO:
+            options->scenario = optarg;
+            break;
+        case LONG_LISTENERS:
+            if (!read_listeners(optarg, &options->listeners))
+                return -1;
+            break;
+        case 'h':
+            fputs(help, stdout);
+            return 1;
+        default:
+            fputs("naro_camera --help tells the options\n", stderr);
+            return -1;
+        }
+    }
+    if (optind < argc) {
+        desk_say("\"%s\" is no option; a source goes behind --source", argv[optind]);
+        return -1;
+    }
+    return 0;
+}

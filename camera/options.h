@@ -1,0 +1,26 @@
+// What the camera is asked for on its command line.
+#ifndef OPTIONS_H
+#define OPTIONS_H
+
+#include <stdint.h>
+
+struct camera_options {
+    const char *source; // null: the generated scene
+    bool loop;
+    bool fast;
+    uint64_t end_ms;    // 0: when the source ends
+    const char *record; // folder; null: no recording
+    bool window;
+    const char *daemon;   // path; null: none is started
+    const char *scenario; // file; null: behave
+    int listeners;
+    bool json;
+    bool summary_only;
+    bool verbose;
+};
+
+// Fills *options from the command line. 0: run; 1: nothing to run (help was shown); -1: wrong, and it was
+// said why. `beside` is where the program lies: the daemon is looked for there. Before threads start.
+int options_parse(int argc, char **argv, camera_options *options);
+
+#endif

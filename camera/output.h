@@ -1,0 +1,16 @@
+// What people and programs get to see of the camera: event lines, the recording, the window, the summary.
+// Event loop only.
+#ifndef OUTPUT_H
+#define OUTPUT_H
+
+#include "frames.h"
+#include "options.h"
+
+void output_start(const camera_options *options);
+void output_result(const frame_result *result);
+// Standard output takes nothing any more.
+bool output_broken(void);
+void output_summary(void);
+void output_stop(void);
+
+#endif
