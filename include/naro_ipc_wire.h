@@ -4,9 +4,9 @@
 // request: header | payload (n bytes) | tail            20 + n bytes
 // reply:   header (cmd_no + 1) | ret | data (m) | tail  24 + m bytes
 //
-// `ret` is 0 for success, otherwise the media server's error code. The stream has no other framing: each side
-// reads exactly the length that the table below gives, so both must agree on it. Words are written as this
-// machine holds them, which is why the byte order is asserted.
+// `ret` is 0 for success, otherwise the media server's error code. The stream has no other framing: each
+// side reads exactly the length that the table below gives, so both must agree on it. Words are written as
+// this machine holds them, which is why the byte order is asserted.
 #ifndef NARO_IPC_WIRE_H
 #define NARO_IPC_WIRE_H
 
@@ -130,8 +130,8 @@ struct naro_isp_wb_attr {
     int32_t word[8]; // red, blue (signed), then zeros
 };
 
-// The tracking block: six boxes of four 32-bit words x1, y1, x2, y2 in pixels of the 320 x 192 frame; unused
-// boxes are zero.
+// The tracking block: six boxes of four 32-bit words x1, y1, x2, y2 in pixels of the 320 x 192 frame;
+// unused boxes are zero.
 enum { NARO_TRACK_BOXES = 6 };
 struct naro_track_box {
     int32_t x1, y1, x2, y2;
