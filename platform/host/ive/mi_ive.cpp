@@ -44,9 +44,10 @@ bool is_map(const mi_ive_image *image, uint32_t type, size_t columns, size_t row
            image->height >= rows;
 }
 
-// A row of a map goes through the stack in pieces of so many entries: it makes the kernels independent of the
-// map's alignment and lets one sum be stored, thresholded or both.
-const size_t PIECE = 256;
+// A row of a map goes through the stack in pieces of so many entries (a multiple of the kernels' widest
+// step): it makes the kernels independent of the map's alignment and lets one sum be stored, thresholded or
+// both.
+const size_t PIECE = 320;
 
 } // namespace
 

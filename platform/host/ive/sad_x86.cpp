@@ -214,20 +214,44 @@ AVX2 void avx2_blocks4(const uint8_t *a, size_t a_stride, const uint8_t *b, size
     sse2_tail4(a + 4 * i, a_stride, b + 4 * i, b_stride, count - i, sums + i);
 }
 
+// Eight 8x8 blocks from their 64 columns' differences in two registers.
+AVX2_STEP void store_eight(__m256i left, __m256i right, uint16_t *sums)
+{
+    // The packs work within halves: blocks 0 1 4 5 | 2 3 6 7, then as 32-bit pairs 01 45 23 67.
+    const __m256i sum = _mm256_packs_epi32(left, right);
+    const __m128i pairs = _mm_packs_epi32(_mm256_castsi256_si128(sum), _mm256_extracti128_si256(sum, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(sums), _mm_shuffle_epi32(pairs, _MM_SHUFFLE(3, 1, 2, 0)));
+}
+
+// 8x8 blocks side by side, read row after row in whole lines: a picture that is not in the cache then comes
+// in at almost the speed of plain reading, a third faster than block after block.
+template <size_t COUNT>
+AVX2_STEP void rows_of_blocks8(const uint8_t *a, size_t a_stride, const uint8_t *b, size_t b_stride,
+                               uint16_t *sums)
+{
+    __m256i sum[COUNT / 4];
+#pragma GCC unroll 10
+    for (size_t i = 0; i < COUNT / 4; i++)
+        sum[i] = _mm256_setzero_si256();
+    for (size_t y = 0; y < 8; y++)
+#pragma GCC unroll 10
+        for (size_t i = 0; i < COUNT / 4; i++)
+            sum[i] = _mm256_add_epi32(sum[i], _mm256_sad_epu8(load32(a + y * a_stride + 32 * i),
+                                                              load32(b + y * b_stride + 32 * i)));
+#pragma GCC unroll 5
+    for (size_t i = 0; i < COUNT / 4; i += 2)
+        store_eight(sum[i], sum[i + 1], sums + 4 * i);
+}
+
 AVX2 void avx2_blocks8(const uint8_t *a, size_t a_stride, const uint8_t *b, size_t b_stride, size_t count,
                        uint16_t *sums)
 {
     size_t i = 0;
-    for (; i + 8 <= count; i += 8) {
-        const uint8_t *p = a + 8 * i;
-        const uint8_t *q = b + 8 * i;
-        // The packs work within halves: blocks 0 1 4 5 | 2 3 6 7, then as 32-bit pairs 01 45 23 67.
-        const __m256i sum = _mm256_packs_epi32(columns32(p, a_stride, q, b_stride, 8),
-                                               columns32(p + 32, a_stride, q + 32, b_stride, 8));
-        const __m128i pairs = _mm_packs_epi32(_mm256_castsi256_si128(sum), _mm256_extracti128_si256(sum, 1));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(sums + i),
-                         _mm_shuffle_epi32(pairs, _MM_SHUFFLE(3, 1, 2, 0)));
-    }
+    // 40 blocks are 320 columns, in ten of the sixteen registers.
+    for (; i + 40 <= count; i += 40)
+        rows_of_blocks8<40>(a + 8 * i, a_stride, b + 8 * i, b_stride, sums + i);
+    for (; i + 8 <= count; i += 8)
+        rows_of_blocks8<8>(a + 8 * i, a_stride, b + 8 * i, b_stride, sums + i);
     sse2_tail8(a + 8 * i, a_stride, b + 8 * i, b_stride, count - i, sums + i);
 }
 

@@ -60,7 +60,7 @@ TEST_P(Kernels, SumsAreExactAtAnySizeStrideAndAlignment)
     std::mt19937 random(1);
     for (unsigned mode = 0; mode < 3; mode++) {
         const size_t size = size_t{4} << mode;
-        for (size_t count = 1; count <= 70; count++) {
+        for (size_t count = 1; count <= 95; count++) {
             for (const auto &fill : fills) {
                 const size_t width = count * size;
                 const size_t a_stride = width + random() % 40;
