@@ -1,0 +1,186 @@
+// The person detector: a pass beside the bare multiply-adds that its layers ask for, and the live bytes of
+// activation and of a pass beside what the detector's interface declares.
+#include "benches.h"
+
+#include <inttypes.h>
+#include <layer_type.h>
+#include <map>
+#include <net.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <string>
+#include <unistd.h>
+
+#include "harness.h"
+#include "live_bytes.h"
+#include "log_capture.h"
+#include "machine_limits.h"
+#include "nn/model_blob.h"
+#include "nn/network.h"
+
+namespace
+{
+
+// What the detector checks for before it activates a model and before a pass (for each 16384 input pixels).
+enum { ACTIVATION_BYTES = 560000, PASS_BYTES = 810000, PASS_PIXELS = 16384 };
+
+struct input {
+    int width, height;
+};
+const input inputs[] = {{128, 128}, {192, 128}, {160, 160}};
+
+// Number of weights of each convolution, by the blob that it makes: read from the structure, which is a list
+// of layers (type, counts of inputs and outputs, their blobs, parameters up to -233) of 32-bit words.
+std::map<int, uint64_t> convolution_weights(void)
+{
+    enum { END_OF_PARAMETERS = -233, FIRST_ARRAY = -23300, WEIGHT_COUNT = 6 };
+    const unsigned char *at = person_model_structure;
+    const auto next = [&at] {
+        int32_t word;
+        memcpy(&word, at, sizeof word);
+        at += sizeof word;
+        return word;
+    };
+    std::map<int, uint64_t> result;
+    next(); // magic
+    const int layers = next();
+    next(); // blobs
+    for (int layer = 0; layer < layers; layer++) {
+        const int type = next();
+        const int bottoms = next();
+        const int tops = next();
+        for (int i = 0; i < bottoms; i++)
+            next();
+        int top = -1;
+        for (int i = 0; i < tops; i++)
+            top = next();
+        for (int id = next(); id != END_OF_PARAMETERS; id = next()) {
+            if (id <= FIRST_ARRAY)
+                at += sizeof(int32_t) * static_cast<size_t>(next());
+            else {
+                const int value = next();
+                if ((type == ncnn::LayerType::Convolution || type == ncnn::LayerType::ConvolutionDepthWise) &&
+                    id == WEIGHT_COUNT)
+                    result[top] = static_cast<uint64_t>(value);
+            }
+        }
+    }
+    return result;
+}
+
+// Each weight of a convolution meets each position of its output once.
+uint64_t multiply_adds(const input &input)
+{
+    ncnn::Net net;
+    net.opt.num_threads = 1;
+    if (net.load_param(person_model_structure) == 0 || net.load_model(person_model_weights) == 0)
+        abort();
+    ncnn::Extractor extractor = net.create_extractor();
+    extractor.set_light_mode(false);
+    extractor.input(0, ncnn::Mat(input.width, input.height, 3));
+    uint64_t total = 0;
+    for (const auto &layer : convolution_weights()) {
+        ncnn::Mat blob;
+        if (extractor.extract(layer.first, blob) != 0)
+            abort();
+        total += layer.second * static_cast<uint64_t>(blob.w) * static_cast<uint64_t>(blob.h);
+    }
+    return total;
+}
+
+void print_bytes(const char *what, size_t bytes, size_t declared)
+{
+    printf("  %-44s %9zu bytes", what, bytes);
+    if (declared > 0)
+        printf("   %.2f of the declared %zu%s", static_cast<double>(bytes) / static_cast<double>(declared),
+               declared, bytes > declared ? "  OVER" : "");
+    printf("\n");
+}
+
+std::string size_name(const input &input)
+{
+    return std::to_string(input.width) + "x" + std::to_string(input.height);
+}
+
+} // namespace
+
+void bench_detector(void)
+{
+    NetworkConfig config = {};
+    config.score_threshold = 0.5f;
+    config.iou_threshold = 0.5f;
+    config.thread_count = 1;
+    config.max_detection = 5;
+    NetworkHandle *network = nullptr;
+    std::vector<uint8_t> pixels(size_t{160} * 160 * 3);
+    for (size_t i = 0; i < pixels.size(); i++)
+        pixels[i] = static_cast<uint8_t>(i * 2654435761u >> 24);
+
+    const size_t before = live_bytes();
+    size_t activation = 0;
+    {
+        OutputCapture quiet(STDOUT_FILENO);
+        const size_t begin = live_bytes();
+        live_bytes_restart();
+        if (Init_Network(&network, &config) != 0)
+            abort();
+        activation = live_bytes_peak() - begin;
+    }
+    printf("Detector, live bytes of all allocators\n");
+    print_bytes("weights as the program holds them (not counted)",
+                static_cast<size_t>(person_model_weights_end - person_model_weights), ACTIVATION_BYTES);
+    print_bytes("most during activation", activation, ACTIVATION_BYTES);
+    print_bytes("live after it", live_bytes() - before, 0);
+    for (const input &input : inputs) {
+        config.input_width = static_cast<uint32_t>(input.width);
+        config.input_height = static_cast<uint32_t>(input.height);
+        size_t most = 0, left = 0;
+        for (int pass = 0; pass < 3; pass++) {
+            const size_t begin = live_bytes();
+            live_bytes_restart();
+            if (Forward_Network(network, pixels.data(), input.height, input.width, 3) != 0)
+                abort();
+            GetBBox(network, input.height, input.width);
+            most = std::max(most, live_bytes_peak() - begin);
+            left = live_bytes() - begin;
+        }
+        const auto area = static_cast<size_t>(input.width * input.height);
+        print_bytes(("most during a pass at " + size_name(input)).c_str(), most,
+                    PASS_BYTES * area / PASS_PIXELS);
+        if (left > 0)
+            print_bytes("  of which every further pass keeps", left, 0);
+    }
+    printf("\n");
+
+    for (const input &input : inputs) {
+        config.input_width = static_cast<uint32_t>(input.width);
+        config.input_height = static_cast<uint32_t>(input.height);
+        const uint64_t sums = multiply_adds(input);
+        std::vector<std::string> names;
+        std::vector<rival> rivals = {
+            {"Forward_Network and GetBBox", [&](size_t times) {
+                 for (; times > 0; times--) {
+                     if (Forward_Network(network, pixels.data(), input.height, input.width, 3) != 0)
+                         abort();
+                     keep(GetBBox(network, input.height, input.width));
+                 }
+             }}};
+        names.reserve(multiply_add_limit_count);
+        for (size_t i = 0; i < multiply_add_limit_count; i++) {
+            const multiply_add_limit &limit = multiply_add_limits[i];
+            if (!limit.runs_here())
+                continue;
+            names.push_back(std::string("limit: as many multiply-adds, ") + limit.name);
+            rivals.push_back({names.back().c_str(), [&limit, sums](size_t times) {
+                                  limit.run((times * sums + MULTIPLY_ADDS / 2) / MULTIPLY_ADDS);
+                              }});
+        }
+        char title[96];
+        snprintf(title, sizeof title, "Detector pass, %s (%.1f million multiply-adds), one thread",
+                 size_name(input).c_str(), static_cast<double>(sums) / 1e6);
+        compare(title, rivals);
+    }
+    OutputCapture quiet(STDOUT_FILENO);
+    Release_Network(&network);
+}
