@@ -17,8 +17,8 @@ struct rival {
 enum class clocked { processor, wall };
 
 // Compares and prints. The first rival is ours; beside each other one stands our time as a share of its time,
-// the median of all rounds, with the middle half of the rounds in brackets. Returns the median seconds of
-// each.
+// the median of all rounds (by the wall clock: of the fastest rounds), with the middle half of the rounds in
+// brackets. Returns the seconds of each.
 std::vector<double> compare(const char *title, const std::vector<rival> &rivals,
                             clocked by = clocked::processor);
 

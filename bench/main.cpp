@@ -62,9 +62,9 @@ int main(int argc, char **argv)
         if (!known)
             return usage(stderr, 2);
     }
-    printf("Times are medians. The shares beside them are taken round by round in this same run, so they "
-           "hold where\n"
-           "times do not: below 1 ours is the faster; beside a limit, 1 would be perfect.\n\n");
+    puts("Times are medians of processor time; round trips: the fastest round by the wall clock. The shares\n"
+         "beside them are of this same run, so they hold where times do not: below 1 ours is the faster;\n"
+         "beside a limit, 1 would be perfect.\n");
     if (!alone)
         printf("(No network namespace for this user: the command round trip shares the machine's socket "
                "names.)\n\n");
