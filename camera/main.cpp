@@ -85,6 +85,8 @@ int start(void)
     frames.on_end = on_frames_end;
     if (frames_start(camera.loop, &frames) != 0)
         return -1;
+    if (output_start(camera.loop, &options) != 0)
+        return -1;
     const source_settings source = {options.source, options.loop, frames_wake, nullptr};
     if (source_start(&source) != 0)
         return -1;
@@ -116,11 +118,11 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);
     av_log_set_level(camera.options.verbose ? AV_LOG_WARNING : AV_LOG_FATAL);
     camera.loop = ev_loop_new(EVFLAG_AUTO);
-    output_start(&camera.options);
     const bool started = camera.loop && start() == 0;
     if (started) {
         run();
-        output_summary();
+        if (!camera.failed)
+            output_summary();
     } else if (camera.loop) {
         supervisor_stop([] {});
     }

@@ -8,7 +8,12 @@
 
 #include "event_channels.h"
 #include "events.h"
+#include "overlay.h"
+#include "picture.h"
+#include "record.h"
+#include "status.h"
 #include "supervisor.h"
+#include "window.h"
 
 namespace
 {
@@ -16,11 +21,33 @@ namespace
 struct {
     const camera_options *options;
     std::map<std::string, uint64_t> events_by_name;
+    uint32_t view[VIEW_WIDTH * VIEW_HEIGHT + 16]; // the scaler may store whole vectors
 } output;
+
+void show_picture(const frame_result *result)
+{
+    if (!result->picture || picture_to_view(result->picture, VIEW_WIDTH, VIEW_HEIGHT, output.view) != 0)
+        return;
+    overlay_draw(output.view, result);
+    if (output.options->record)
+        record_picture(output.view, result->time_ms);
+    if (output.options->window)
+        window_picture(output.view);
+}
+
+double source_seconds(const frames_counts *frames)
+{
+    return frames->sent > 0 ? static_cast<double>(frames->last_time_ms + FRAMES_STEP_MS) / 1000 : 0;
+}
+
+// The daemon's CPU time, in percent of one core over the source's time.
+double cpu_percent(const frames_counts *frames, const supervisor_figures *daemon)
+{
+    return frames->sent > 0 ? 100 * daemon->cpu_s / source_seconds(frames) : 0;
+}
 
 void print_summary(const frames_counts *frames, const supervisor_figures *daemon)
 {
-    const double source_s = static_cast<double>(frames->last_time_ms + FRAMES_STEP_MS) / 1000;
     printf("\n");
     printf("frames      %" PRIu64 " sent, %" PRIu64 " analysed, %" PRIu64 " compared with only, %" PRIu64
            " dropped\n",
@@ -34,8 +61,8 @@ void print_summary(const frames_counts *frames, const supervisor_figures *daemon
     if (!output.options->daemon)
         return;
     printf("CPU         %.2f s of the daemon, %.2f %% of one core for %.1f s of the source\n", daemon->cpu_s,
-           frames->sent > 0 ? 100 * daemon->cpu_s / source_s : 0., source_s);
-    printf("memory      %.1f MB at most, resident, of the daemon\n",
+           cpu_percent(frames, daemon), source_seconds(frames));
+    printf("memory      %.1f MB of the daemon, resident, at most\n",
            static_cast<double>(daemon->peak_kib) / 1024);
     if (daemon->restarts > 0)
         printf("restarts    %u of the daemon\n", daemon->restarts);
@@ -43,23 +70,31 @@ void print_summary(const frames_counts *frames, const supervisor_figures *daemon
 
 } // namespace
 
-void output_start(const camera_options *options)
+int output_start(struct ev_loop *loop, const camera_options *options)
 {
     output.options = options;
+    if (options->record && record_start(options->record) != 0)
+        return -1;
+    if (options->window)
+        window_start(loop);
+    status_start(loop, options, &output.events_by_name);
+    return 0;
 }
 
 void output_result(const frame_result *result)
 {
     for (const std::string &name : result->events) {
+        const int boxes = name == EVENT_PEOPLE_MOTION ? result->boxes : 0;
         output.events_by_name[name]++;
+        const std::string json = event_json(result->time_ms, name, result->track.box, boxes);
+        if (output.options->record)
+            record_event(json);
         if (output.options->summary_only)
             continue;
-        const int boxes = name == EVENT_PEOPLE_MOTION ? result->boxes : 0;
-        const std::string line = output.options->json
-                                     ? event_json(result->time_ms, name, result->track.box, boxes)
-                                     : event_line(result->time_ms, name, result->track.box, boxes);
-        puts(line.c_str());
+        puts(output.options->json ? json.c_str()
+                                  : event_line(result->time_ms, name, result->track.box, boxes).c_str());
     }
+    show_picture(result);
 }
 
 bool output_broken(void)
@@ -70,8 +105,17 @@ bool output_broken(void)
 void output_summary(void)
 {
     supervisor_figures daemon;
+    const frames_counts *frames = frames_get_counts();
     supervisor_get_figures(&daemon);
-    print_summary(frames_get_counts(), &daemon);
+    if (output.options->json)
+        printf("{\"summary\":%s}\n", status_json().c_str());
+    else
+        print_summary(frames, &daemon);
 }
 
-void output_stop(void) {}
+void output_stop(void)
+{
+    record_stop();
+    window_stop();
+    status_stop();
+}

@@ -6,7 +6,10 @@
 #include "frames.h"
 #include "options.h"
 
-void output_start(const camera_options *options);
+struct ev_loop;
+
+// Opens what the options ask for. 0, or -1 after saying why. The root has been entered.
+int output_start(struct ev_loop *loop, const camera_options *options);
 void output_result(const frame_result *result);
 // Standard output takes nothing any more.
 bool output_broken(void);
