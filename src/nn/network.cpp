@@ -70,20 +70,23 @@ void set_options(ncnn::Net *net, const NetworkConfig *config)
 // or without memory. `complete` tells whether both were.
 ncnn::Net *load_network(nn_model *model, const NetworkConfig *config, bool *complete)
 {
-    ncnn::Net *net = new (std::nothrow) ncnn::Net;
-    if (!net)
-        return nullptr;
-    set_options(net, config);
-    const unsigned char *at = model->structure;
-    const bool structure_read =
-        net->load_param_bin(ncnn::DataReaderFromMemory(at, model->structure_size)) == 0;
-    at = model->weights;
-    const bool weights_read = net->load_model(ncnn::DataReaderFromMemory(at, model->weights_size)) == 0;
-    model->structure = nullptr;
-    model->weights = nullptr;
-    *complete = structure_read && weights_read;
-    if (structure_read || weights_read)
-        return net;
+    ncnn::Net *net = nullptr;
+    try { // the library's own small allocations throw
+        net = new ncnn::Net;
+        set_options(net, config);
+        const unsigned char *at = model->structure;
+        const bool structure_read =
+            net->load_param_bin(ncnn::DataReaderFromMemory(at, model->structure_size)) == 0;
+        at = model->weights;
+        const bool weights_read = net->load_model(ncnn::DataReaderFromMemory(at, model->weights_size)) == 0;
+        *complete = structure_read && weights_read;
+        if (structure_read || weights_read) {
+            model->structure = nullptr;
+            model->weights = nullptr;
+            return net;
+        }
+    } catch (const std::bad_alloc &) {
+    }
     delete net;
     return nullptr;
 }
@@ -214,6 +217,12 @@ int run(NetworkHandle *handle, ncnn::Mat *input)
     return 0;
 }
 
+int failed_in_library()
+{
+    puts("Error: Failed to do Foward_Network(), something wrong in the library.");
+    return -1;
+}
+
 int forward(NetworkHandle *handle, const uint8_t *pixels, int height, int width, int channels, int stride)
 {
     if (stride < width) {
@@ -249,11 +258,7 @@ int forward(NetworkHandle *handle, const uint8_t *pixels, int height, int width,
         return -1;
     }
     normalise(&input, model->means, model->norms);
-    if (run(handle, &input) != 0) {
-        puts("Error: Failed to do Foward_Network(), something wrong in the library.");
-        return -1;
-    }
-    return 0;
+    return run(handle, &input) == 0 ? 0 : failed_in_library();
 }
 
 // The output as a grid of single floats; false when it is not one, or has too few channels.
@@ -376,7 +381,12 @@ int Forward_Network_Stride(NetworkHandle *handle, const uint8_t *pixels, int hei
     if (is_missing(handle))
         return -1;
     empty_outputs(handle);
-    const int result = forward(handle, pixels, height, width, channels, stride);
+    int result;
+    try {
+        result = forward(handle, pixels, height, width, channels, stride);
+    } catch (const std::bad_alloc &) { // the library's own small allocations throw
+        result = failed_in_library();
+    }
     if (result != 0)
         empty_outputs(handle); // those that came before the one that failed
     return result;
