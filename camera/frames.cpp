@@ -356,10 +356,24 @@ void look_for_lost_frames(void)
         report_events_alone();
 }
 
+// A source that cannot be played at all ends the camera, whether or not anyone asks for a picture of it.
+void look_at_source(void)
+{
+    source_picture picture;
+    if (road.settings.fast || road.playing || road.source_over)
+        return;
+    const enum source_result result = source_take(0, &picture);
+    if (result == SOURCE_FAILED)
+        source_is_over(true);
+    else if (result == SOURCE_PICTURE)
+        av_frame_free(&picture.frame);
+}
+
 void on_tick(struct ev_loop *, ev_timer *, int)
 {
     if (road.ended)
         return;
+    look_at_source();
     connect_when_all_are_there();
     look_for_lost_frames();
     if (road.settings.fast)

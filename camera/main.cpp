@@ -12,9 +12,9 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include "command_server.h"
 #include "desk.h"
 #include "frames.h"
-#include "media_server.h"
 #include "naro_util.h"
 #include "options.h"
 #include "output.h"
@@ -73,8 +73,8 @@ int start(void)
         return -1;
     if (desk_enter_root(true) != 0)
         return -1;
-    const media_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track};
-    if (media_server_start(camera.loop, &server) != 0)
+    const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track};
+    if (command_server_start(camera.loop, &server) != 0)
         return -1;
     frames_settings frames = {};
     frames.fast = options.fast;
@@ -129,7 +129,7 @@ int main(int argc, char **argv)
     output_stop();
     source_stop();
     frames_stop();
-    media_server_stop();
+    command_server_stop();
     picture_exit();
     return started && !camera.failed ? 0 : 1;
 }

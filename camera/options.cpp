@@ -138,6 +138,7 @@ int options_parse(int argc, char **argv, camera_options *options)
     options->daemon = daemon_beside();
     options->listeners = 1;
     int choice;
+    optind = 0; // from the beginning, also when it was here before
     while ((choice = getopt_long(argc, argv, "h", long_options, nullptr)) != -1) {
         switch (choice) {
         case LONG_SOURCE:

@@ -9,6 +9,7 @@
 extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -109,13 +110,41 @@ bool same(const conversion &a, const conversion &b)
            a.to_height == b.to_height && a.to == b.to;
 }
 
+SwsContext *open_scaler(const conversion &wanted)
+{
+    SwsContext *context = sws_alloc_context();
+    if (!context)
+        return nullptr;
+    // The ranges must be known when it is opened: pictures of equal size would be copied otherwise.
+    const struct {
+        const char *name;
+        int value;
+    } settings[] = {
+        {"srcw", wanted.from_width},
+        {"srch", wanted.from_height},
+        {"src_format", wanted.from},
+        {"dstw", wanted.to_width},
+        {"dsth", wanted.to_height},
+        {"dst_format", wanted.to},
+        {"dst_range", 0},
+        {"src_range", wanted.full_range},
+        {"sws_flags", SCALER_FLAGS},
+    };
+    for (const auto &setting : settings)
+        av_opt_set_int(context, setting.name, setting.value, 0);
+    if (sws_init_context(context, nullptr, nullptr) < 0) {
+        sws_freeContext(context);
+        return nullptr;
+    }
+    return context;
+}
+
 int prepare(scaler *scaler, const conversion &wanted)
 {
     if (scaler->context && same(scaler->made_for, wanted))
         return 0;
     sws_freeContext(scaler->context);
-    scaler->context = sws_getContext(wanted.from_width, wanted.from_height, wanted.from, wanted.to_width,
-                                     wanted.to_height, wanted.to, SCALER_FLAGS, nullptr, nullptr, nullptr);
+    scaler->context = open_scaler(wanted);
     if (!scaler->context) {
         const char *name = av_get_pix_fmt_name(wanted.from);
         desk_say("a picture of %dx%d in format %s cannot be converted", wanted.from_width, wanted.from_height,

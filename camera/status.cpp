@@ -5,10 +5,10 @@
 #include <json-c/json.h>
 #include <memory>
 
+#include "command_server.h"
 #include "desk.h"
 #include "events.h"
 #include "frames.h"
-#include "media_server.h"
 #include "shbfev.h"
 #include "source.h"
 #include "supervisor.h"
@@ -92,7 +92,7 @@ json_object *daemon_object(const frames_counts *frames)
 
 json_object *commands_object(const frames_counts *frames)
 {
-    const media_server_counts *counts = media_server_get_counts();
+    const command_server_counts *counts = command_server_get_counts();
     json_object *object = json_object_new_object();
     add(object, "answered", counts->commands);
     add(object, "refused", counts->refused);
@@ -104,7 +104,7 @@ json_object *commands_object(const frames_counts *frames)
 
 json_object *picture_object(void)
 {
-    const isp_state *isp = media_server_isp();
+    const isp_state *isp = command_server_isp();
     json_object *object = json_object_new_object();
     add(object, "night", isp->mode == ISP_MODE_NIGHT);
     add(object, "wdr", isp->wdr);

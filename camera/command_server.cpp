@@ -8,7 +8,7 @@
 // another socket, so the command is set aside until an idle watcher of the lowest priority fires: that
 // happens only after the loop has asked the kernel once more and found nothing else to do. So a frame's
 // events always come before its command, on any machine, under any load.
-#include "media_server.h"
+#include "command_server.h"
 
 #include <algorithm>
 #include <errno.h>
@@ -47,9 +47,9 @@ struct {
     struct ev_loop *loop;
     ev_io accepting;
     int fd = -1;
-    media_server_settings settings;
+    command_server_settings settings;
     isp_state isp;
-    media_server_counts counts;
+    command_server_counts counts;
     std::list<client> clients;
 } server;
 
@@ -265,8 +265,8 @@ void on_connection(struct ev_loop *loop, ev_io *watcher, int)
         close(fd);
         return;
     }
-    if (server.clients.size() >= MEDIA_SERVER_CLIENTS_MAX) {
-        desk_say("more than %d clients at the command socket; one refused", MEDIA_SERVER_CLIENTS_MAX);
+    if (server.clients.size() >= COMMAND_SERVER_CLIENTS_MAX) {
+        desk_say("more than %d clients at the command socket; one refused", COMMAND_SERVER_CLIENTS_MAX);
         close(fd);
         return;
     }
@@ -322,7 +322,7 @@ void say_taken()
 
 } // namespace
 
-int media_server_start(struct ev_loop *loop, const media_server_settings *settings)
+int command_server_start(struct ev_loop *loop, const command_server_settings *settings)
 {
     const sockaddr_un name = address();
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -347,7 +347,7 @@ int media_server_start(struct ev_loop *loop, const media_server_settings *settin
     return 0;
 }
 
-void media_server_stop(void)
+void command_server_stop(void)
 {
     if (server.fd < 0)
         return;
@@ -358,12 +358,12 @@ void media_server_stop(void)
     server.fd = -1;
 }
 
-const isp_state *media_server_isp(void)
+const isp_state *command_server_isp(void)
 {
     return &server.isp;
 }
 
-const media_server_counts *media_server_get_counts(void)
+const command_server_counts *command_server_get_counts(void)
 {
     return &server.counts;
 }

@@ -1,0 +1,134 @@
+// The camera's command line.
+#include "options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "log_capture.h"
+
+namespace
+{
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+camera_options options;
+
+int parse(std::vector<std::string> words)
+{
+    static std::vector<std::string> kept; // options point into it
+    kept = words;
+    kept.insert(kept.begin(), "naro_camera");
+    std::vector<char *> arguments;
+    for (std::string &word : kept)
+        arguments.push_back(&word[0]);
+    arguments.push_back(nullptr);
+    return options_parse(static_cast<int>(kept.size()), arguments.data(), &options);
+}
+
+TEST(Options, NoneAreFine)
+{
+    ASSERT_EQ(parse({}), 0);
+    EXPECT_EQ(options.source, nullptr);
+    EXPECT_FALSE(options.loop || options.fast || options.window || options.json || options.summary_only ||
+                 options.verbose);
+    EXPECT_EQ(options.end_ms, 0u);
+    EXPECT_EQ(options.record, nullptr);
+    EXPECT_EQ(options.scenario, nullptr);
+    EXPECT_EQ(options.listeners, 1);
+    EXPECT_THAT(options.daemon, EndsWith("/naro_algo"));
+    EXPECT_EQ(options.daemon[0], '/');
+}
+
+TEST(Options, AreAllUnderstood)
+{
+    ASSERT_EQ(parse({"--source", "a.mp4", "--loop", "--fast", "--seconds", "1.5", "--record", "dir",
+                     "--window", "--json", "--summary", "--verbose", "--daemon", "/d", "--scenario", "s.json",
+                     "--listeners", "3"}),
+              0);
+    EXPECT_STREQ(options.source, "a.mp4");
+    EXPECT_TRUE(options.loop);
+    EXPECT_TRUE(options.fast);
+    EXPECT_EQ(options.end_ms, 1500u);
+    EXPECT_STREQ(options.record, "dir");
+    EXPECT_TRUE(options.window);
+    EXPECT_TRUE(options.json);
+    EXPECT_TRUE(options.summary_only);
+    EXPECT_TRUE(options.verbose);
+    EXPECT_STREQ(options.daemon, "/d");
+    EXPECT_STREQ(options.scenario, "s.json");
+    EXPECT_EQ(options.listeners, 3);
+}
+
+TEST(Options, EachStandsAlone)
+{
+    parse({"--loop"});
+    EXPECT_TRUE(options.loop && !options.fast && !options.json && !options.summary_only && !options.verbose);
+    parse({"--fast"});
+    EXPECT_TRUE(!options.loop && options.fast && !options.json && !options.summary_only && !options.verbose);
+    parse({"--json"});
+    EXPECT_TRUE(!options.loop && !options.fast && options.json && !options.summary_only && !options.verbose);
+    parse({"--summary"});
+    EXPECT_TRUE(!options.loop && !options.fast && !options.json && options.summary_only && !options.verbose);
+    parse({"--verbose"});
+    EXPECT_TRUE(!options.loop && !options.fast && !options.json && !options.summary_only && options.verbose);
+}
+
+TEST(Options, TheLastWordOnAWindowCounts)
+{
+    parse({"--window", "--headless"});
+    EXPECT_FALSE(options.window);
+    parse({"--headless", "--window"});
+    EXPECT_TRUE(options.window);
+}
+
+TEST(Options, NoDaemonIsNone)
+{
+    parse({"--no-daemon"});
+    EXPECT_EQ(options.daemon, nullptr);
+}
+
+TEST(Options, SecondsAreAboveZero)
+{
+    OutputCapture errors(STDERR_FILENO);
+    for (const char *wrong : {"0", "-1", "", "x", "1x", "nan", "inf", "1e10", "1e999"})
+        EXPECT_EQ(parse({"--seconds", wrong}), -1) << wrong;
+    EXPECT_THAT(errors.text(), HasSubstr("--seconds wants a number above 0, not \"1x\""));
+    EXPECT_EQ(parse({"--seconds", "0.0001"}), 0);
+    EXPECT_EQ(options.end_ms, 1u) << "never 0, which would be no end";
+    EXPECT_EQ(parse({"--seconds", "1e9"}), 0);
+}
+
+TEST(Options, ListenersAreOneToAHundred)
+{
+    OutputCapture errors(STDERR_FILENO);
+    for (const char *wrong : {"0", "101", "", "x", "1x", "99999999999999999999"})
+        EXPECT_EQ(parse({"--listeners", wrong}), -1) << wrong;
+    EXPECT_THAT(errors.text(), HasSubstr("--listeners wants a number from 1 to 100, not \"0\""));
+    EXPECT_EQ(parse({"--listeners", "100"}), 0);
+    EXPECT_EQ(options.listeners, 100);
+}
+
+TEST(Options, WhatIsNoneIsSaid)
+{
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(parse({"clip.mp4"}), -1);
+    EXPECT_EQ(parse({"--sorce", "x"}), -1);
+    EXPECT_EQ(parse({"--source"}), -1);
+    EXPECT_THAT(errors.text(), HasSubstr("\"clip.mp4\" is no option; a source goes behind --source"));
+    EXPECT_THAT(errors.text(), HasSubstr("naro_camera --help tells the options"));
+}
+
+TEST(Options, HelpTellsThemAll)
+{
+    OutputCapture out(STDOUT_FILENO);
+    EXPECT_EQ(parse({"--help"}), 1);
+    for (const char *name : {"--source", "--loop", "--fast", "--seconds", "--record", "--window",
+                             "--headless", "--json", "--summary", "--verbose", "--help", "--daemon",
+                             "--no-daemon", "--scenario", "--listeners", "NARO_ROOT"})
+        EXPECT_THAT(out.text(), HasSubstr(name));
+}
+
+} // namespace
