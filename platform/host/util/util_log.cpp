@@ -175,7 +175,8 @@ void deliver(naro_log_level level, char *text, size_t length)
         print(level, text, length);
 }
 
-void log_text(naro_log_level level, const char *format, va_list arguments)
+__attribute__((format(printf, 2, 0))) void log_text(naro_log_level level, const char *format,
+                                                    va_list arguments)
 {
     const int saved_errno = errno;
     int cancel_state = 0;

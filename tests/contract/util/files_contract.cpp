@@ -355,6 +355,15 @@ TEST_F(Files, a_fault_makes_any_call_fail_with_any_error_and_do_nothing)
     close(fd);
 }
 
+TEST_F(Files, a_fault_is_asked_for_without_a_path_too)
+{
+    Plan plan;
+    naro_file_set_fault(answer, &plan);
+    EXPECT_EQ(naro_open(nullptr, O_RDONLY, 0), -1);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_EQ(plan.asked, std::vector<std::string>{"open "});
+}
+
 TEST_F(Files, a_fault_meets_one_path_and_call_alone)
 {
     Plan plan;

@@ -82,8 +82,17 @@ TEST(json_verify_get_int, survives_any_depth)
     bomb += std::string(1000000, ']') + "}";
     EXPECT_EQ(json_verify_get_int(bomb.c_str(), "x", &out), -1);
     EXPECT_EQ(out, UNTOUCHED);
-    const std::string deep = R"({"a":)" + std::string(20, '[') + std::string(20, ']') + R"(,"x":1})";
-    EXPECT_EQ(json_verify_get_int(deep.c_str(), "x", &out), 0);
+}
+
+TEST(json_verify_get_int, takes_32_levels_and_no_more)
+{
+    const auto nested = [](size_t levels) {
+        return R"({"a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + R"(,"x":1})";
+    };
+    int out = UNTOUCHED;
+    EXPECT_EQ(json_verify_get_int(nested(33).c_str(), "x", &out), -1);
+    EXPECT_EQ(out, UNTOUCHED);
+    EXPECT_EQ(json_verify_get_int(nested(32).c_str(), "x", &out), 0);
     EXPECT_EQ(out, 1);
 }
 
