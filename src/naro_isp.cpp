@@ -68,9 +68,8 @@ outcome issue(const naro_ipc_command &command, const void *payload, void *data)
 
 template <uint32_t cmd_no> outcome issue(const void *payload, void *data)
 {
-    constexpr const naro_ipc_command *command = naro_ipc_command_find(cmd_no);
-    static_assert(command != nullptr, "a row of the table");
-    return issue(*command, payload, data);
+    constexpr const naro_ipc_command &command = *naro_ipc_command_find(cmd_no); // none: does not compile
+    return issue(command, payload, data);
 }
 
 template <uint32_t cmd_no> int run(const void *payload = nullptr, void *data = nullptr)
