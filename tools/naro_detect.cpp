@@ -1,0 +1,290 @@
+// naro-detect: the daemon's detector on pictures, by the daemon's own road: NV12, colour conversion by the image
+// engine, the network, its boxes. What the model's figures are measured with.
+#include <errno.h>
+#include <getopt.h>
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+#include <libavutil/frame.h>
+#include <libswscale/swscale.h>
+}
+
+#include "mi_ive.h"
+#include "naro_util.h"
+#include "nn/network.h"
+
+namespace
+{
+
+const char help[] =
+    "usage: naro-detect [options] DIR LIST\n"
+    "\n"
+    "Looks for people in the pictures (PNG, JPEG) named in the file LIST, one name a line, relative to DIR.\n"
+    "Each is taken as a crop that the daemon has cut out: turned into NV12 (BT.601, video range) and back "
+    "into\n"
+    "colours by the image engine, then given to the detector. A picture of odd width or height loses its "
+    "last\n"
+    "column or row, since NV12 has one colour for two pixels in each direction.\n"
+    "\n"
+    "Prints one line a box: name, score, x1, y1, x2, y2 in pixels of the picture.\n"
+    "\n"
+    "  --threshold T   least score of a box (0.5)\n"
+    "  --max N         most boxes of a picture (5)\n"
+    "  --iou T         of two that overlap by more than this only the better one counts (0.5)\n"
+    "  --help          this text\n"
+    "\n"
+    "Exit status 1 when a picture could not be read or looked at (the others are), 2 for a wrong call.\n";
+
+enum { IVE_HANDLE = 0, MIN_AREA = 16384, MAX_AREA = 28224, MAX_SIDE = INT16_MAX };
+
+std::string av_error(int number)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = "";
+    av_strerror(number, text, sizeof text);
+    return text;
+}
+
+bool complain(const std::string &path, const std::string &what)
+{
+    fprintf(stderr, "naro-detect: %s: %s\n", path.c_str(), what.c_str());
+    return false;
+}
+
+// The first picture of an opened file.
+int decode_first(AVFormatContext *file, AVFrame *frame)
+{
+    const AVCodec *codec = nullptr;
+    const int stream = av_find_best_stream(file, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    if (stream < 0)
+        return stream;
+    AVCodecContext *decoder = avcodec_alloc_context3(codec);
+    AVPacket *packet = av_packet_alloc();
+    int result = decoder && packet ? 0 : AVERROR(ENOMEM);
+    if (result == 0)
+        result = avcodec_parameters_to_context(decoder, file->streams[stream]->codecpar);
+    if (result == 0)
+        result = avcodec_open2(decoder, codec, nullptr);
+    bool over = false;
+    while (result == 0) {
+        result = avcodec_receive_frame(decoder, frame);
+        if (result != AVERROR(EAGAIN) || over)
+            break;
+        result = av_read_frame(file, packet);
+        if (result == AVERROR_EOF) {
+            over = true;
+            result = avcodec_send_packet(decoder, nullptr);
+            continue;
+        }
+        if (result == 0 && packet->stream_index == stream)
+            result = avcodec_send_packet(decoder, packet);
+        av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    avcodec_free_context(&decoder);
+    return result;
+}
+
+// A picture in the daemon's format; planes and stride as in `frame`, which the caller frees.
+AVFrame *to_nv12(const AVFrame *picture)
+{
+    AVFrame *nv12 = av_frame_alloc();
+    if (!nv12)
+        return nullptr;
+    nv12->format = AV_PIX_FMT_NV12;
+    nv12->width = picture->width & ~1;
+    nv12->height = picture->height & ~1;
+    SwsContext *scaler = nullptr;
+    if (av_frame_get_buffer(nv12, 64) == 0)
+        scaler = sws_getContext(
+            nv12->width, nv12->height, static_cast<AVPixelFormat>(picture->format), nv12->width, nv12->height,
+            AV_PIX_FMT_NV12, SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP, nullptr, nullptr, nullptr);
+    bool done = false;
+    if (scaler) {
+        const int *bt601 = sws_getCoefficients(SWS_CS_ITU601);
+        const bool full = picture->color_range == AVCOL_RANGE_JPEG;
+        sws_setColorspaceDetails(scaler, bt601, full, bt601, 0, 0, 1 << 16, 1 << 16);
+        done = sws_scale(scaler, picture->data, picture->linesize, 0, nv12->height, nv12->data,
+                         nv12->linesize) == nv12->height;
+        sws_freeContext(scaler);
+    }
+    if (!done)
+        av_frame_free(&nv12);
+    return nv12;
+}
+
+// Null after saying why.
+AVFrame *read_picture(const std::string &path)
+{
+    AVFormatContext *file = nullptr;
+    int result = avformat_open_input(&file, path.c_str(), nullptr, nullptr);
+    AVFrame *picture = nullptr;
+    if (result == 0) {
+        result = avformat_find_stream_info(file, nullptr);
+        picture = av_frame_alloc();
+        if (result >= 0)
+            result = picture ? decode_first(file, picture) : AVERROR(ENOMEM);
+        avformat_close_input(&file);
+    }
+    AVFrame *nv12 = nullptr;
+    if (result < 0)
+        complain(path, av_error(result));
+    else if (picture->width < 2 || picture->height < 2 || picture->width > MAX_SIDE ||
+             picture->height > MAX_SIDE)
+        complain(path, "pictures of 2 to 32767 pixels a side can be looked at");
+    else if (!(nv12 = to_nv12(picture)))
+        complain(path, "cannot be turned into NV12");
+    av_frame_free(&picture);
+    return nv12;
+}
+
+// What the daemon does with a crop. False after saying why.
+bool detect(NetworkHandle *network, NetworkConfig *config, const std::string &path, const AVFrame *nv12,
+            int *count)
+{
+    const int width = nv12->width, height = nv12->height;
+    mi_ive_image yuv = {};
+    yuv.type = MI_IVE_YUV420SP;
+    yuv.virt_addr[0] = nv12->data[0];
+    yuv.virt_addr[1] = nv12->data[1];
+    yuv.stride[0] = static_cast<uint16_t>(nv12->linesize[0]);
+    yuv.stride[1] = static_cast<uint16_t>(nv12->linesize[1]);
+    yuv.width = static_cast<uint16_t>(width);
+    yuv.height = static_cast<uint16_t>(height);
+
+    std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
+    mi_ive_image rgb = {};
+    rgb.type = MI_IVE_U8C3_PACKED;
+    rgb.virt_addr[0] = pixels.data();
+    rgb.stride[0] = rgb.width = static_cast<uint16_t>(width);
+    rgb.height = static_cast<uint16_t>(height);
+
+    const mi_ive_csc_control control = {0};
+    const int error = MI_IVE_Csc(IVE_HANDLE, &yuv, &rgb, &control, 1);
+    if (error != 0) {
+        char text[60];
+        snprintf(text, sizeof text, "the image engine answers 0x%x", static_cast<unsigned>(error));
+        return complain(path, text);
+    }
+    config->input_height = static_cast<uint32_t>(naro_round(height, 32));
+    config->input_width = static_cast<uint32_t>(naro_round(width, 32));
+    if (Forward_Network(network, pixels.data(), height, width, 3) != 0)
+        return complain(path, "the detector failed");
+    *count = GetBBox(network, height, width);
+    return true;
+}
+
+bool look_at(NetworkHandle *network, NetworkConfig *config, const std::string &folder,
+             const std::string &name, FILE *results)
+{
+    const std::string path = folder + "/" + name;
+    AVFrame *nv12 = read_picture(path);
+    if (!nv12)
+        return false;
+    int count = 0;
+    const bool done = detect(network, config, path, nv12, &count);
+    av_frame_free(&nv12);
+    const BBox *boxes = Get_Boxes(network);
+    for (int i = 0; i < count; ++i)
+        fprintf(results, "%s %.6f %d %d %d %d\n", name.c_str(), static_cast<double>(boxes[i].score),
+                boxes[i].x1, boxes[i].y1, boxes[i].x2, boxes[i].y2);
+    return done;
+}
+
+// The number in `text`, between the bounds. Ends the program where there is none.
+double number(const char *option, const char *text, double least, double most)
+{
+    char *end;
+    errno = 0;
+    const double value = strtod(text, &end);
+    if (end == text || *end || errno || !(value >= least && value <= most)) {
+        fprintf(stderr, "naro-detect: --%s wants a number from %g to %g, not '%s'\n", option, least, most,
+                text);
+        exit(2);
+    }
+    return value;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    NetworkConfig config = {192, 320, 0.5f, 0.5f, 1, 5};
+    static const option options[] = {{"threshold", required_argument, nullptr, 't'},
+                                     {"max", required_argument, nullptr, 'm'},
+                                     {"iou", required_argument, nullptr, 'i'},
+                                     {"help", no_argument, nullptr, 'h'},
+                                     {}};
+    for (int option; (option = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
+        switch (option) {
+        case 't':
+            config.score_threshold = static_cast<float>(number("threshold", optarg, 0, 1));
+            break;
+        case 'm': {
+            const double most = number("max", optarg, 1, 10000);
+            config.max_detection = static_cast<int>(most);
+            break;
+        }
+        case 'i':
+            config.iou_threshold = static_cast<float>(number("iou", optarg, 0, 1));
+            break;
+        case 'h':
+            fputs(help, stdout);
+            return 0;
+        default:
+            fputs(help, stderr);
+            return 2;
+        }
+    }
+    if (argc - optind != 2) {
+        fputs(help, stderr);
+        return 2;
+    }
+    const std::string folder = argv[optind];
+    const char *list_path = argv[optind + 1];
+    FILE *list = fopen(list_path, "r");
+    if (!list) {
+        complain(list_path, strerror(errno));
+        return 2;
+    }
+
+    // The detector says what it has to say on standard output: from here on that is the error stream, and results
+    // have the real one for themselves.
+    FILE *results = fdopen(dup(STDOUT_FILENO), "w");
+    if (!results || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        complain("standard output", strerror(errno));
+        return 2;
+    }
+    av_log_set_level(AV_LOG_ERROR);
+
+    NetworkHandle *network = nullptr;
+    if (MI_IVE_Create(IVE_HANDLE) != 0 || Init_Network(&network, &config) != 0 ||
+        Set_Area_Constraint(network, MIN_AREA, MAX_AREA) != 0) {
+        fputs("naro-detect: the detector cannot be started\n", stderr);
+        return 1;
+    }
+    bool all_done = true;
+    char *line = nullptr;
+    size_t room = 0;
+    for (ssize_t length; (length = getline(&line, &room, list)) >= 0;) {
+        while (length > 0 && strchr("\r\n", line[length - 1]))
+            line[--length] = '\0';
+        if (length > 0)
+            all_done = look_at(network, &config, folder, line, results) && all_done;
+    }
+    free(line);
+    fclose(list);
+    Release_Network(&network);
+    MI_IVE_Destroy(IVE_HANDLE);
+    if (ferror(results) || fclose(results) != 0)
+        all_done = complain("standard output", strerror(errno));
+    return all_done ? 0 : 1;
+}
