@@ -33,17 +33,17 @@ static int detection_init(void)
 
 static const struct {
     int (*call)(void);
-    const char *message; // logged when the result is not 0; null: the result does not matter
-    teardown_label on_failure;
+    const char *message = nullptr; // logged when the result is not 0; null: the result does not matter
+    teardown_label on_failure = STOP_TASKS;
 } startup[] = {
     // Blocks until the media server listens.
     {naro_ipc_server_connect, "naro_ipc_server_connect fail\n", STOP_NOTHING},
     {queues2_init, "queues_init fail\n", STOP_CONNECTION},
     {algo_shbf_init, "algo_shbf_init fail\n", STOP_QUEUES},
     // Without a detector the rest of the daemon is still of use.
-    {detection_init, nullptr, STOP_TASKS},
+    {detection_init},
     // The main thread stays in here for as long as the daemon runs.
-    {algo_shbf_run, nullptr, STOP_TASKS},
+    {algo_shbf_run},
 };
 
 static const struct {
@@ -65,8 +65,7 @@ static void on_termination_signal(int)
 
 int lifecycle_run(void)
 {
-    // Whoever reads our output through a pipe wants each line when it is printed, and a forced end loses
-    // none.
+    // Whoever reads our output through a pipe wants each line when it is printed; a forced end loses none.
     setvbuf(stdout, nullptr, _IOLBF, 0);
 
     // Before any thread is started, so that all of them have it so.

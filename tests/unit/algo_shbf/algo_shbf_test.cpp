@@ -1,6 +1,7 @@
 // The event loop and its channels: on a real libev loop, with channels and motion queue played by the test.
 #include "algo_shbf_internal.h"
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <functional>
 #include <gmock/gmock.h>
@@ -58,11 +59,14 @@ std::string mde_line(const std::string &line)
     return line.substr(head.size(), line.size() - head.size() - tail.size());
 }
 
+std::atomic<int> sent_to_libev{0}; // calls of ev_async_send
+
 class AlgoShbf : public testing::Test
 {
   protected:
     void SetUp() override
     {
+        sent_to_libev = 0;
         fake_shbf = FakeShbf();
         queue = FakeQueue();
         for (shbf_server &server : shbf_server_table) {
@@ -102,8 +106,8 @@ TEST_F(AlgoShbf, InitSetsEverythingUpInOrder)
                             "rcv_create /run/video_rawstream", "rcv_register /run/video_rawstream 2",
                             "rcv_register /run/video_rawstream 1", "rcv_start /run/video_rawstream"));
     EXPECT_THAT(log.texts(NARO_LOG_ERR), IsEmpty());
-    EXPECT_EQ(log.texts(NARO_LOG_DEBUG).size(), 1u) << "the servers' set-up is announced";
-    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{
+                                 NARO_LOG_DEBUG, "[algo_shbf_server_init] the event channels are served\n"}));
 }
 
 TEST_F(AlgoShbf, EverythingIsOnTheDefaultLoop)
@@ -221,6 +225,9 @@ TEST_F(AlgoShbf, ServerCreateAloneIsTheTwoChannels)
 {
     EXPECT_EQ(shbf_server_create(), 0);
     EXPECT_EQ(fake_shbf.broadcasters.size(), 2u);
+    fake_shbf.start_results["/run/md_event"] = -7;
+    EXPECT_EQ(shbf_server_create(), -1);
+    fake_shbf.start_results.clear();
     fake_shbf.start_results["/run/lsd_event"] = -7;
     EXPECT_EQ(shbf_server_create(), -1);
     EXPECT_FALSE(log.has("shbf_server_create fail\n")) << "that is said by the caller";
@@ -262,7 +269,8 @@ TEST_F(AlgoShbf, SecondInitChangesNothing)
     log.clear();
     EXPECT_EQ(algo_shbf_init(), 0);
     EXPECT_EQ(fake_shbf.calls.size(), calls);
-    EXPECT_THAT(log.texts(), ElementsAre("[algo_shbf_init]algo_shbf already inited\n"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(LogCapture::Line{NARO_LOG_INFO, "[algo_shbf_init]algo_shbf already inited\n"}));
 }
 
 TEST_F(AlgoShbf, WithoutAnEventLoopInitFailsAndLeavesNothing)
@@ -275,7 +283,8 @@ TEST_F(AlgoShbf, WithoutAnEventLoopInitFailsAndLeavesNothing)
                 ElementsAre("[algo_shbf_init] no event loop: libev finds no way to wait for events\n"));
     log.clear();
     EXPECT_EQ(algo_shbf_fini(), 0);
-    EXPECT_THAT(log.texts(), ElementsAre("[algo_shbf_fini]algo_shbf already exit\n"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(LogCapture::Line{NARO_LOG_INFO, "[algo_shbf_fini]algo_shbf already exit\n"}));
 }
 
 // ---- Broadcasting
@@ -704,28 +713,38 @@ TEST_F(AlgoShbf, WakeUpFromASignalHandler)
 TEST_F(AlgoShbf, WakeUpOutsideOfInitAndFiniDoesNothing)
 {
     algo_shbf_signal_handler();
+    EXPECT_EQ(sent_to_libev, 0);
     algo_shbf_init();
-    int rounds = 0;
-    {
-        EachRound each([&](int round) {
-            rounds = round;
-            if (round == 20)
-                algo_shbf_signal_handler();
-        });
-        algo_shbf_run();
-    }
-    EXPECT_EQ(rounds, 20) << "the early wake-up left no trace";
+    algo_shbf_signal_handler();
+    EXPECT_EQ(sent_to_libev, 1);
     algo_shbf_fini();
     algo_shbf_signal_handler();
+    EXPECT_EQ(sent_to_libev, 1) << "the loop is gone";
+}
+
+TEST_F(AlgoShbf, LifeCanBeLivedAgain)
+{
+    algo_shbf_init();
     algo_shbf_signal_handler();
+    algo_shbf_fini();
+    algo_shbf_init();
+    EXPECT_TRUE(ev_is_active(algo_shbf_frame_request_watcher()));
+    int rounds = 0;
+    EachRound each([&](int round) {
+        rounds = round;
+        if (round == 20)
+            algo_shbf_signal_handler();
+    });
+    algo_shbf_run();
+    EXPECT_EQ(rounds, 20) << "the wake-up of the life before left no trace";
 }
 
 TEST_F(AlgoShbf, WakeUpsWhileTheLoopGoesAway)
 {
     std::atomic<bool> done{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; i++)
-        threads.emplace_back([&] {
+    std::thread threads[3];
+    for (std::thread &thread : threads)
+        thread = std::thread([&] {
             while (!done)
                 algo_shbf_signal_handler();
         });
@@ -753,10 +772,19 @@ TEST_F(AlgoShbf, FiniDestroysReceiverAndLoopAndSaysSo)
     ev_cleanup_init(&cleanup,
                     [](struct ev_loop *, ev_cleanup *, int) { fake_shbf.calls.push_back("loop destroyed"); });
     ev_cleanup_start(ev_default_loop(0), &cleanup);
+    fake_shbf.on_global_exit = [&] { EXPECT_THAT(log.texts(), IsEmpty()) << "said when all is done"; };
     EXPECT_EQ(algo_shbf_fini(), 0);
     EXPECT_THAT(fake_shbf.calls,
                 ElementsAre("rcv_destroy /run/video_rawstream", "loop destroyed", "shbf_rcv_global_exit"));
     EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{NARO_LOG_INFO, "shbf exit\n"}));
+}
+
+TEST_F(AlgoShbf, NothingIsAskedOfTheReceiverThatIsGone)
+{
+    algo_shbf_init();
+    algo_shbf_fini();
+    ev_invoke(nullptr, algo_shbf_frame_request_watcher(), EV_PERIODIC);
+    EXPECT_THAT(raw_stream()->sent, IsEmpty());
 }
 
 TEST_F(AlgoShbf, SecondFiniDoesNothing)
@@ -767,7 +795,8 @@ TEST_F(AlgoShbf, SecondFiniDoesNothing)
     log.clear();
     EXPECT_EQ(algo_shbf_fini(), 0);
     EXPECT_THAT(fake_shbf.calls, IsEmpty());
-    EXPECT_THAT(log.texts(), ElementsAre("[algo_shbf_fini]algo_shbf already exit\n"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(LogCapture::Line{NARO_LOG_INFO, "[algo_shbf_fini]algo_shbf already exit\n"}));
 }
 
 TEST_F(AlgoShbf, FiniAfterAFailedInit)
@@ -781,6 +810,14 @@ TEST_F(AlgoShbf, FiniAfterAFailedInit)
 }
 
 } // namespace
+
+// In front of libev's.
+void ev_async_send(struct ev_loop *loop, ev_async *watcher) noexcept
+{
+    static const auto real = reinterpret_cast<decltype(&ev_async_send)>(dlsym(RTLD_NEXT, "ev_async_send"));
+    sent_to_libev++;
+    real(loop, watcher);
+}
 
 int motion_queue_list_enqueue(const void *src, uint32_t size, uint32_t width, uint32_t height, uint32_t type,
                               uint64_t timestamp)

@@ -1,7 +1,6 @@
 #include "fake_shbf.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include "shbf.h"
 #include "shbfev.h"
@@ -28,7 +27,7 @@ const void *FakeShbf::deliver(FakeReceiver *receiver, const std::string &message
 {
     // Exactly as large as the message, so that the address sanitizer sees a read past its end.
     void *buffer = malloc(message.size() ? message.size() : 1);
-    memcpy(buffer, message.data(), message.size());
+    message.copy(static_cast<char *>(buffer), message.size());
     buffers[buffer] = message.size();
     receiver->on_data(receiver->data_context, buffer);
     return buffer;
@@ -49,6 +48,8 @@ int shbf_rcv_global_init(void)
 int shbf_rcv_global_exit(void)
 {
     fake_shbf.calls.push_back("shbf_rcv_global_exit");
+    if (fake_shbf.on_global_exit)
+        fake_shbf.on_global_exit();
     return 0;
 }
 

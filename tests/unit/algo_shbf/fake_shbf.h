@@ -4,6 +4,7 @@
 #define NARO_TESTS_FAKE_SHBF_H
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -43,6 +44,8 @@ struct FakeShbf {
     std::vector<std::unique_ptr<FakeReceiver>> receivers;
     std::vector<const void *> freed;        // buffers given back, in order
     std::map<const void *, size_t> buffers; // delivered and not given back, with their sizes
+
+    std::function<void()> on_global_exit; // called inside shbf_rcv_global_exit
 
     // The last one made for `path`; null when there is none.
     FakeBroadcaster *broadcaster(const std::string &path);
