@@ -47,12 +47,12 @@ int ModuleTest_AllocateImage(mi_ive_image *image, uint32_t type, uint16_t stride
                              uint16_t height)
 {
     *image = {};
-    const image_type *t = type_of(type);
-    if (!t)
-        return MI_IVE_ERR_PARAM;
     image->type = type;
     image->width = width;
     image->height = height;
+    const image_type *t = type_of(type);
+    if (!t)
+        return MI_IVE_ERR_PARAM;
     // 65535 x 65535 x 8 does not fit the 32 bits of a size on the product.
     const uint64_t elements = static_cast<uint64_t>(height) * stride;
     for (int i = 0; i < t->planes; i++) {

@@ -1,7 +1,7 @@
 // Person and motion detection.
 //
 // The task holds two frames at a time, the newest and the one before it, as elements of the motion queue: the older one
-// goes back when the newest has been dealt with. `src1` and `src2` look at these elements in turn.
+// goes back when the newest has been dealt with. The two pictures that are compared look at these elements in turn.
 //
 // Threads: everything in `state` belongs to the task between init and fini, `quit` and `running` apart. The settings are
 // relaxed atomics: each is one independent word (the region is packed into one, so that it is never seen half changed)
@@ -61,7 +61,7 @@ struct {
 } settings = {{960}, {0.5f}, {packed({0, 0, ANALYSIS_WIDTH - 1, ANALYSIS_HEIGHT - 1})}};
 
 struct detection_state {
-    mi_ive_image src1, src2;    // look at the luma of a queue element; own nothing
+    mi_ive_image src[2];        // look at the luma of the elements in `slot`; own nothing
     mi_ive_image sad_out;       // 40 x 24 sums
     mi_ive_image thr_out;       // 40 x 24 bytes, 255 where the block moved
     mi_ive_image yuv_in;        // looks at the crop inside a queue element
@@ -71,8 +71,8 @@ struct detection_state {
     pixel_rect rect; // what to look at in this frame
     NetworkConfig config;
     NetworkHandle *network;
-    queue_list_elem *slot[2]; // the elements that src1 and src2 look at
-    int toggle;               // 1: the next frame goes to src2, 0: to src1
+    queue_list_elem *slot[2]; // the newest frame and the one before it
+    int toggle;               // the place in src and slot for the next frame
     bool thread_started;
     pthread_t thread;
 };
@@ -86,7 +86,7 @@ std::atomic<bool> running; // task to fini: the thread still waits for elements
 int MD_frame_difference(block_rect *moved)
 {
     state.sad_control.threshold = settings.sad_threshold.load(std::memory_order_relaxed);
-    const int ret = MI_IVE_Sad(IVE_HANDLE, &state.src1, &state.src2, &state.sad_out, &state.thr_out,
+    const int ret = MI_IVE_Sad(IVE_HANDLE, &state.src[0], &state.src[1], &state.sad_out, &state.thr_out,
                                &state.sad_control, 0);
     if (ret != 0) {
         printf("MI_IVE_Sad() return ERROR 0x%X\n", static_cast<unsigned>(ret));
@@ -121,6 +121,8 @@ int people_in_crop(uint8_t *picture, const pixel_rect &crop)
 {
     const int w = crop.x2 - crop.x1 + 1, h = crop.y2 - crop.y1 + 1;
     uint8_t *luma = picture + crop.y1 * ANALYSIS_WIDTH + crop.x1;
+    // Deliberate, also where y1 or x1 is odd, which only a people region can bring about: the colours are then taken
+    // half a row or one sample aside. The planes still hold every byte that is read.
     uint8_t *chroma = picture + ANALYSIS_CHROMA_OFFSET + crop.y1 * ANALYSIS_WIDTH / 2 + crop.x1;
 
     state.yuv_in = {};
@@ -140,8 +142,7 @@ int people_in_crop(uint8_t *picture, const pixel_rect &crop)
     state.config.input_height = static_cast<uint32_t>(naro_round(h, 32));
     state.config.input_width = static_cast<uint32_t>(naro_round(w, 32));
     state.config.score_threshold = settings.score_threshold.load(std::memory_order_relaxed);
-    const uint8_t *pixels = state.rgb_out.virt_addr[0]; // null when the engine could not be set up
-    if (!pixels || Forward_Network(state.network, pixels, h, w, 3) != 0)
+    if (Forward_Network(state.network, state.rgb_out.virt_addr[0], h, w, 3) != 0)
         log_err("[HD] Forward error!!!\n");
     return GetBBox(state.network, h, w);
 }
@@ -232,7 +233,7 @@ void frames_run()
     const meta_list_data *head = meta_list_data_get(elem);
     printf("get 1st frame ok, [%p] w: %d, h: %d, size: %d\n\n", static_cast<void *>(elem),
            static_cast<int>(head->width), static_cast<int>(head->height), static_cast<int>(head->size));
-    aim(&state.src1, elem);
+    aim(&state.src[0], elem);
     state.slot[0] = elem;
     state.toggle = 1;
 
@@ -240,14 +241,14 @@ void frames_run()
         elem = frame_take("yuv queue dequeue fail, sleep then retry");
         if (!elem)
             break;
-        aim(state.toggle == 1 ? &state.src2 : &state.src1, elem);
-        state.slot[state.toggle == 1 ? 1 : 0] = elem;
-        state.toggle = state.toggle == 1 ? 0 : 1;
+        aim(&state.src[state.toggle], elem);
+        state.slot[state.toggle] = elem;
+        state.toggle = 1 - state.toggle;
         frame_analyse(picture_of(elem));
-        // The newest stays as the reference of the next.
-        motion_queue_list_data_elem_give(state.slot[state.toggle == 0 ? 0 : 1]);
+        // The older one lies where the next will; the newest stays as its reference.
+        motion_queue_list_data_elem_give(state.slot[state.toggle]);
     }
-    motion_queue_list_data_elem_give(state.slot[state.toggle == 0 ? 1 : 0]);
+    motion_queue_list_data_elem_give(state.slot[1 - state.toggle]);
     puts("quit!");
 }
 
@@ -290,6 +291,10 @@ int Module_SAD()
 
 int mid_hchd_init(int)
 {
+    if (state.thread_started) {
+        log_info("[%s] already inited\n", __func__);
+        return 0;
+    }
     state = {};
     // Deliberately not looked at: without the engine every difference fails and the daemon lives on without motion.
     Module_SAD();

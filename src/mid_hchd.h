@@ -9,7 +9,9 @@
 
 // Creates the engine, the detector and the thread. The motion queue must exist. 0, or -1 when the detector cannot be
 // created (no thread then); a failure of the image engine is reported and otherwise ignored, the task then finds no
-// motion. The argument is accepted and ignored. Settings made before keep their values. Before the event loop runs.
+// motion. The argument is accepted and ignored. Settings made before keep their values. Once for a motion queue: the
+// quit element of an earlier fini may still lie in it. While the task runs it changes nothing: 0. Before the event loop
+// runs.
 int mid_hchd_init(int ignored);
 
 // Ends the thread (a quit element wakes it where no frame comes), waits for it, and frees everything; always 0. Prints

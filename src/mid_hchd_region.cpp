@@ -21,26 +21,6 @@ bool column_moved(const uint8_t *map, int stride, int column)
     return false;
 }
 
-// Widens [first, last] (inclusive) inside 0 .. size - 1 to a multiple of 32.
-void widen(int *first, int *last, int size)
-{
-    const int length = *last - *first + 1;
-    const int pad = (naro_round(length, 32) - length) / 2;
-    if (*first<pad && * last + pad> size) {
-        *first = 0;
-        *last = size - 1;
-    } else if (*first < pad) {
-        *last = *last + 2 * pad - *first;
-        *first = 0;
-    } else if (*last + pad < size) {
-        *first -= pad;
-        *last += pad;
-    } else {
-        *first = *first - 2 * pad + (size - 1 - *last);
-        *last = size - 1;
-    }
-}
-
 // First even, last odd: chroma has one sample for two pixels.
 pixel_rect evened(const pixel_rect &rect)
 {
@@ -101,11 +81,31 @@ pixel_rect region_to_search(const pixel_rect &rect, const pixel_rect &region)
     return inside ? rect : region;
 }
 
+void region_widen(int *first, int *last, int size)
+{
+    const int a = *first, b = *last;
+    const int length = b - a + 1;
+    const int pad = (naro_round(length, 32) - length) / 2;
+    if (a < pad && b + pad > size) {
+        *first = 0;
+        *last = size - 1;
+    } else if (a < pad) {
+        *first = 0;
+        *last = b + 2 * pad - a;
+    } else if (b + pad < size) {
+        *first = a - pad;
+        *last = b + pad;
+    } else {
+        *first = a - 2 * pad + (size - 1 - b);
+        *last = size - 1;
+    }
+}
+
 pixel_rect region_crop(const pixel_rect &rect)
 {
     pixel_rect crop = evened(rect);
-    widen(&crop.x1, &crop.x2, ANALYSIS_WIDTH);
-    widen(&crop.y1, &crop.y2, ANALYSIS_HEIGHT);
+    region_widen(&crop.x1, &crop.x2, ANALYSIS_WIDTH);
+    region_widen(&crop.y1, &crop.y2, ANALYSIS_HEIGHT);
     return crop;
 }
 

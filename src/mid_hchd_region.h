@@ -36,10 +36,14 @@ bool region_is_whole_frame(const pixel_rect &rect);
 // else the whole region.
 pixel_rect region_to_search(const pixel_rect &rect, const pixel_rect &region);
 
+// Widens first .. last (inclusive, inside 0 .. size - 1) to the next multiple of 32 pixels: by the same on both sides
+// where there is room, else from the edge that is in the way; all of it where both are. (The last cannot happen in a
+// size that is a multiple of 32 itself, as the analysis picture's are, when the length is even.)
+void region_widen(int *first, int *last, int size);
+
 // The crop to cut for `rect` (inside the frame, at least one pixel pair): made even, then widened in each direction to
-// a multiple of 32, which the detector takes, shifted where the frame ends. Deliberate: the widening is the same on
-// both sides also where half of it is odd, so that a crop from a region can start at an odd pixel; its colours are
-// then those of the neighbouring pair.
+// a multiple of 32, which the detector takes. Deliberate: half of the widening may be odd, so that a crop that comes
+// from a region (motion alone is counted in blocks) can start at an odd pixel.
 pixel_rect region_crop(const pixel_rect &rect);
 
 // A region given in 1/10000 of the frame, in pixels (multiplied in 64 bits, divided toward zero).
