@@ -331,6 +331,17 @@ TEST(Collect, GridAnchorsTakeTheSoftmaxOverTheClasses)
     EXPECT_FLOAT_EQ(boxes[0].score, nn_sigmoid(3) * expf(2) / (expf(0.5f) + expf(-1) + expf(2)));
 }
 
+TEST(Collect, ASoftmaxWhoseFirstClassIsTheBest)
+{
+    Scene scene(3);
+    scene.model.kind = NN_DETECTOR_GRID_ANCHORS;
+    scene.grids[1].put(1, 2, 3, {0, 0, 0, 0, 3, 2, 1, 0.5f});
+    const std::vector<BBox> boxes = scene.collect(0.5f);
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].class_index, 0);
+    EXPECT_FLOAT_EQ(boxes[0].score, nn_sigmoid(3) * expf(2) / (expf(2) + expf(1) + expf(0.5f)));
+}
+
 TEST(Collect, ASoftmaxOfLargeScoresDoesNotOverflow)
 {
     Scene scene(2);
