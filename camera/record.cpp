@@ -114,6 +114,7 @@ bool encode(const AVFrame *frame)
     if (error < 0)
         return give_up("encoding", error);
     while ((error = avcodec_receive_packet(record.codec, record.packet)) == 0) {
+        record.packet->duration = FRAMES_STEP_MS; // the last picture is shown for as long as any other
         av_packet_rescale_ts(record.packet, milliseconds, record.stream->time_base);
         record.packet->stream_index = record.stream->index;
         error = av_interleaved_write_frame(record.format, record.packet);

@@ -85,6 +85,8 @@ struct {
 
 std::string error_text(int error)
 {
+    if (error == AVERROR_EOF)
+        return "it ends before its first picture";
     char text[AV_ERROR_MAX_STRING_SIZE] = "";
     av_strerror(error, text, sizeof text);
     return text;
