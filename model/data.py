@@ -6,6 +6,7 @@ import json
 import math
 import os
 import random
+import sys
 
 import cv2
 import numpy as np
@@ -17,10 +18,13 @@ HOLDOUT = {"train": {"indoor_robot_mall", "mask_single", "human_v2_meeting"}, "n
 INCOMPLETE = {"ccp_street", "human_v2_openimages"}
 # How often a source is drawn, relative to its number of pictures.
 WEIGHT = {"ccp_street": 0.35, "sitting": 0.6, "riders": 0.7, "driveway": 0.8}
-cv2.setNumThreads(0)
+# The same for pictures without people: what looks like a person at first sight counts for more than an empty room.
+WEIGHT_NEGATIVE = {"animals": 4.0, "coco_noperson": 2.5, "driveway": 2.0, "scene15_gray": 0.4}
+SKINS = ((120, 150, 205), (90, 120, 180), (60, 85, 140), (140, 170, 225), (40, 60, 95))  # blue, green, red
+cv2.setNumThreads(0)  # one process per core already
 
 
-def load(root, kind, holdout=False, val=False):
+def load(root, kind, holdout=False):
     """[(picture BGR, boxes Nx4, source)] of people/train or people/negatives, held-out sources left out."""
     out = []
     for name in sorted(os.listdir(f"{root}/{kind}")):
@@ -54,6 +58,7 @@ def fit(h, w):
 
 
 def widen(a, b, size):
+    """Grows [a, b] towards a multiple of 32 inside the frame, as the daemon does it."""
     w = b - a + 1
     pad = (-(-w // 32) * 32 - w) // 2
     if a < pad and b + pad > size:
@@ -66,6 +71,7 @@ def widen(a, b, size):
 
 
 def motion_crop(x1, y1, x2, y2):
+    """The crop that the daemon would cut if just this rectangle had moved: whole blocks, one more each side, widened."""
     bx1, by1 = max(0, int(x1 // 8) - 1), max(0, int(y1 // 8) - 1)
     bx2, by2 = min(40, int(-(-x2 // 8)) + 1), min(24, int(-(-y2 // 8)) + 1)
     bx2, by2 = max(bx2, bx1 + 2), max(by2, by1 + 2)
@@ -77,8 +83,7 @@ def motion_crop(x1, y1, x2, y2):
 
 
 _yy, _xx = np.mgrid[0:H, 0:W].astype(np.float32)
-
-
+# Drawn once: a picture takes its noise from anywhere in it.
 _noise = np.random.default_rng(7).standard_normal(H * W * 3 * 8).astype(np.float32)
 
 
@@ -143,7 +148,84 @@ def look(fr, rng, nrng):
     return f
 
 
-def sample(pic, rng, nrng, whole=0.25):
+def whole(v):
+    return tuple(int(x) for x in v)
+
+
+def shaded(shape, c, nrng):
+    """A flat colour with a slow drift of light over it."""
+    ramp = cv2.resize(nrng.uniform(-22, 22, (3, 3)).astype(np.float32), shape[1::-1], interpolation=cv2.INTER_CUBIC)
+    return np.asarray(c, np.float32) + ramp[:, :, None]
+
+
+def paste(im, mask, c, nrng):
+    """Lays a shaded colour over the part of the picture that the mask (0 to 255) covers."""
+    a = cv2.GaussianBlur(mask, (3, 3), 0)[:, :, None] / np.float32(255)
+    im[:] = np.clip(im * (1 - a) + shaded(im.shape, c, nrng) * a, 0, 255).astype(np.uint8)
+
+
+def reach(im, rng, nrng):
+    """Draws an arm that reaches in over the edge, now and then with a bottle or box in the hand: no person yet.
+
+    Some labelled pictures call a lone hand a person, and without a counterweight the network believes them."""
+    im = im.copy()
+    h, w = im.shape[:2]
+    if rng.random() < 0.4:  # an empty table before a wall
+        y = int(rng.uniform(0.45, 0.95) * h)
+        im[:y] = np.clip(shaded((y, w), nrng.uniform(60, 240) + nrng.uniform(-15, 15, 3), nrng), 0, 255)
+        im[y:] = np.clip(shaded((h - y, w), nrng.uniform(60, 250) + nrng.uniform(-25, 25, 3), nrng), 0, 255)
+    thing = rng.random()
+    for _ in range(rng.choice([0, 1, 2, 3])):  # bottles that stand about
+        bottle(im, rng.uniform(0.05, 0.95) * w, rng.uniform(0.3, 0.7) * h, rng.uniform(0.2, 0.5) * h, rng, nrng)
+    for _ in range(rng.choice([1, 1, 1, 2])):
+        side = rng.choice("tttlrb")
+        start = {"t": (rng.uniform(-0.2, 1.2) * w, -0.1 * h), "b": (rng.uniform(0, 1) * w, 1.1 * h),
+                 "l": (-0.1 * w, rng.uniform(-0.1, 0.8) * h), "r": (1.1 * w, rng.uniform(-0.1, 0.8) * h)}[side]
+        hand = np.array([rng.uniform(0.1, 0.9) * w, rng.uniform(0.1, 0.75) * h])
+        start = np.array(start)
+        thick = rng.uniform(0.05, 0.16) * h
+        bend = (start + hand) / 2 + nrng.uniform(-0.12, 0.12, 2) * h
+        cut = rng.uniform(0.1, 0.95)  # how far the sleeve goes
+        points = [(1 - t) ** 2 * start + 2 * t * (1 - t) * bend + t * t * hand for t in np.linspace(0, 1, 14)]
+        skin = np.array(rng.choice(SKINS)) * rng.uniform(0.7, 1.15)
+        sleeve, bare = np.zeros((h, w), np.uint8), np.zeros((h, w), np.uint8)
+        for i in range(13):
+            r = thick * (1 - 0.4 * i / 13)
+            cv2.line(sleeve if i / 13 < cut else bare, whole(points[i]), whole(points[i + 1]), 255, max(2, int(r)))
+        if thing < 0.6:
+            bottle(im, hand[0] + rng.uniform(-0.3, 0.3) * thick, hand[1], rng.uniform(0.25, 0.55) * h, rng, nrng)
+        d = hand - bend
+        d = d / (np.hypot(*d) + 1e-6)
+        palm = (thick * 1.3, thick * rng.uniform(0.7, 1.1))
+        cv2.ellipse(bare, (tuple(hand), palm, math.degrees(math.atan2(d[1], d[0]))), 255, -1)
+        for k in range(rng.randint(2, 5)):
+            a = math.atan2(d[1], d[0]) + rng.uniform(-0.9, 1.1)
+            tip = hand + thick * rng.uniform(0.7, 1.5) * np.array([math.cos(a), math.sin(a)])
+            cv2.line(bare, whole(hand), whole(tip), 255, max(2, int(thick * 0.28)))
+        paste(im, bare, skin, nrng)
+        paste(im, sleeve, nrng.uniform(0, 230, 3), nrng)
+    return im
+
+
+def bottle(im, x, y, size, rng, nrng):
+    """A bottle, cup or box whose neck is at (x, y)."""
+    mask = np.zeros(im.shape[:2], np.uint8)
+    wide = size * rng.uniform(0.12, 0.35) / 2
+    if rng.random() < 0.7:
+        neck = wide * rng.uniform(0.25, 0.7)
+        outline = [(-neck, 0), (neck, 0), (neck, 0.2), (wide, 0.38), (wide, 1), (-wide, 1), (-wide, 0.38), (-neck, 0.2)]
+    else:
+        outline = [(-wide, 0), (wide, 0), (wide, 1), (-wide, 1)]
+    cv2.fillPoly(mask, [np.array([(x + px, y + py * size) for px, py in outline], np.int32)], 255)
+    c = nrng.uniform(20, 240, 3)
+    paste(im, (mask * rng.uniform(0.3, 1.0)).astype(np.uint8), c, nrng)
+    for chance, half, top, end in ((0.6, 0.5, -0.06, 0.04), (0.4, 1.0, 0.5, 0.75)):  # cap, label
+        if rng.random() < chance:
+            cv2.rectangle(im, whole((x - wide * half, y + top * size)), whole((x + wide * half, y + end * size)),
+                          whole(nrng.uniform(0, 240, 3)), -1)
+
+
+def sample(pic, rng, nrng, uncut=0.25):
     """One training picture: (RGB uint8 of a network size, boxes, ignore flags)."""
     im, boxes, source = pic
     h, w = im.shape[:2]
@@ -188,15 +270,15 @@ def sample(pic, rng, nrng, whole=0.25):
     if rng.random() < 0.12 and len(ok):
         v = vis[rng.choice(list(ok))]
         part = rng.uniform(0.15, 0.45)
-        c = tuple(int(x) for x in nrng.integers(0, 256, 3))
+        c = whole(nrng.integers(0, 256, 3))
         if rng.random() < 0.7:
-            cv2.rectangle(fr, (int(v[0] - rng.uniform(0, 30)), int(v[3] - part * (v[3] - v[1]))),
-                          (int(v[2] + rng.uniform(0, 30)), int(v[3] + 10)), c, -1)
+            cv2.rectangle(fr, whole((v[0] - rng.uniform(0, 30), v[3] - part * (v[3] - v[1]))),
+                          whole((v[2] + rng.uniform(0, 30), v[3] + 10)), c, -1)
         else:
-            cv2.rectangle(fr, (int(v[0] - 10), int(v[1] - 10)), (int(v[0] + part * (v[2] - v[0])), int(v[3] + 10)), c, -1)
+            cv2.rectangle(fr, whole((v[0] - 10, v[1] - 10)), whole((v[0] + part * (v[2] - v[0]), v[3] + 10)), c, -1)
     fr = cv2.cvtColor(cv2.cvtColor(fr, cv2.COLOR_BGR2YUV_I420), cv2.COLOR_YUV2RGB_I420)
     q = rng.random()
-    if q < whole:
+    if q < uncut:
         c = (0, 0, W - 1, H - 1)
     elif q < 0.8 and len(ok):
         pick = rng.sample(list(ok), min(len(ok), rng.randint(1, 3)))
@@ -233,23 +315,31 @@ def sample(pic, rng, nrng, whole=0.25):
     return out, t.astype(np.float32), ignore, source in INCOMPLETE
 
 
+def shares(weights):
+    w = np.cumsum(weights)
+    return w / w[-1]
+
+
 class Stream:
     """Batches of one size each, for ever."""
 
-    def __init__(self, root, seed, batch, negatives=0.28):
+    def __init__(self, root, seed, batch, negatives=0.36, reaching=0.25):
         self.people = load(root, "train")
         self.neg = load(root, "negatives")
-        w = np.array([WEIGHT.get(p[2], 1.0) for p in self.people])
-        self.cum = np.cumsum(w) / w.sum()
+        self.cum = shares([WEIGHT.get(p[2], 1.0) for p in self.people])
+        self.cum_neg = shares([WEIGHT_NEGATIVE.get(p[2], 1.0) for p in self.neg])
         self.rng = random.Random(seed)
         self.nrng = np.random.default_rng(seed)
         self.batch = batch
         self.share = negatives
+        self.reaching = reaching  # part of the negatives that an arm reaches into
         self.bucket = {}
 
     def one(self):
         if self.rng.random() < self.share:
-            pic = self.neg[self.rng.randrange(len(self.neg))]
+            pic = self.neg[int(np.searchsorted(self.cum_neg, self.rng.random()))]
+            if self.rng.random() < self.reaching:
+                pic = (reach(pic[0], self.rng, self.nrng), pic[1], pic[2])
         else:
             pic = self.people[int(np.searchsorted(self.cum, self.rng.random()))]
         return sample(pic, self.rng, self.nrng)
@@ -258,7 +348,6 @@ class Stream:
         while True:
             s = self.one()
             k = s[0].shape[:2]
-            # the smaller pictures of a rare size must not wait for ever: batches by pixels, not by number
             bucket = self.bucket.setdefault(k, [])
             bucket.append(s)
             if len(bucket) == self.batch:
@@ -277,24 +366,20 @@ def collate(bucket):
     return x, boxes, kind, np.array([s[3] for s in bucket])
 
 
-if __name__ == "__main__":
-    import sys, time
-    st = Stream(sys.argv[1], 1, 32)
-    print(len(st.people), len(st.neg))
-    t = time.time()
-    n = 600
-    sizes = {}
+def main():
+    """Draws a sheet of training pictures with their boxes, to look at: data.py PEOPLE_DIR SHEET.png"""
+    stream = Stream(sys.argv[1], 1, 32)
     tiles = []
-    for i in range(n):
-        s = st.one()
-        sizes[s[0].shape[:2]] = sizes.get(s[0].shape[:2], 0) + 1
-        if i < 40:
-            im = np.zeros((200, 260, 3), np.uint8)
-            o = s[0][:, :, ::-1].copy()
-            for bb, ig in zip(s[1], s[2]):
-                cv2.rectangle(o, tuple(int(v) for v in bb[:2]), tuple(int(v) for v in bb[2:]), (0, 0, 255) if ig else (0, 255, 0))
-            im[:min(200, o.shape[0]), :min(260, o.shape[1])] = o[:200, :260]
-            tiles.append(im)
-    print((time.time() - t) / n * 1e3, "ms each")
-    print(sorted(sizes.items(), key=lambda v: -v[1])[:30])
-    cv2.imwrite("tiles.png", np.vstack([np.hstack(tiles[i:i + 8]) for i in range(0, 40, 8)]))
+    for _ in range(64):
+        rgb, boxes, ignore, _ = stream.one()
+        im = rgb[:, :, ::-1].copy()
+        for b, ig in zip(boxes.astype(int).tolist(), ignore):
+            cv2.rectangle(im, b[:2], b[2:], (0, 0, 255) if ig else (0, 255, 0))
+        tile = np.zeros((200, 260, 3), np.uint8)
+        tile[:im.shape[0], :im.shape[1]] = im[:200, :260]
+        tiles.append(tile)
+    cv2.imwrite(sys.argv[2], np.vstack([np.hstack(tiles[i:i + 8]) for i in range(0, 64, 8)]))
+
+
+if __name__ == "__main__":
+    main()
