@@ -280,6 +280,8 @@ void on_connection(struct ev_loop *loop, ev_io *watcher, int)
     ev_init(&peer->late, on_late);
     peer->readable.data = peer->writable.data = peer->aside.data = peer->late.data = peer;
     ev_io_start(loop, &peer->readable);
+    if (server.settings.on_client)
+        server.settings.on_client();
 }
 
 sockaddr_un address()

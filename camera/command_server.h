@@ -16,6 +16,7 @@ typedef void (*command_server_on_track)(const naro_isp_track_param *track);
 struct command_server_settings {
     scenario *script;                 // null: behave; must outlive the server
     command_server_on_track on_track; // null: nobody cares
+    void (*on_client)(void);          // someone has connected; null: nobody cares
 };
 
 struct command_server_counts {

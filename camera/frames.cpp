@@ -28,6 +28,8 @@ const uint64_t ANSWER_MAX_MS = 2000; // at the source's pace, a frame without an
 // Hurried, the same; longer, because nothing but a mistake loses a frame then, and a slow machine is no
 // mistake.
 const uint64_t FAST_ANSWER_MAX_MS = 30000;
+// The same when the daemon has had to connect anew: the command that showed it the loss is gone with the connection.
+const uint64_t RECONNECT_ANSWER_MAX_MS = 2000;
 const uint64_t EVENT_ALONE_MS = 1000; // an event that no tracking command follows is shown after this
 // What the daemon holds besides the frame it compares with: one in work, one waiting.
 const size_t DAEMON_HOLDS = 2;
@@ -54,6 +56,7 @@ struct {
     ev_timer tick;
 
     bool connected;             // every listener is there
+    bool doubt;                 // a client has connected to the command socket since the last answer
     bool reference;             // the daemon has a frame to compare with
     std::deque<sent_frame> out; // sent and not answered, oldest first; without the reference
     std::vector<std::string> pending_events;
@@ -226,6 +229,12 @@ void prepare(void)
         case SOURCE_PICTURE:
             break;
         }
+        if (source_is_live()) {
+            desk_say("--fast is for files: this source comes at its own pace");
+            av_frame_free(&picture.frame);
+            source_is_over(true);
+            return;
+        }
         road.next_step++;
         road.prepared = fill(&road.ready, picture);
         if (road.prepared)
@@ -342,7 +351,9 @@ void connect_when_all_are_there(void)
 void look_for_lost_frames(void)
 {
     const uint64_t now = naro_clock_monotonic_ms();
-    const uint64_t patience = road.settings.fast ? FAST_ANSWER_MAX_MS : ANSWER_MAX_MS;
+    const uint64_t patience = !road.settings.fast ? ANSWER_MAX_MS
+                              : road.doubt        ? RECONNECT_ANSWER_MAX_MS
+                                                  : FAST_ANSWER_MAX_MS;
     while (!road.out.empty() && now - road.out.front().sent_at_ms >= patience) {
         if (road.settings.fast)
             desk_say("no answer to frame %llu for %llu s; going on",
@@ -351,6 +362,7 @@ void look_for_lost_frames(void)
         lose(&road.out.front());
         road.out.pop_front();
         road.credits++;
+        road.doubt = false;
     }
     if (!road.pending_events.empty() && road.out.empty() && now - road.events_since_ms >= EVENT_ALONE_MS)
         report_events_alone();
@@ -441,6 +453,7 @@ void frames_on_track(const naro_isp_track_param *track)
         return;
     sent_frame frame = road.out.front();
     road.out.pop_front();
+    road.doubt = false;
     report(&frame, track);
     road.credits++;
     if (road.settings.fast)
@@ -456,6 +469,11 @@ void frames_on_daemon_end(void)
     road.credits = 0;
     lose_all();
     end_if_done();
+}
+
+void frames_on_client(void)
+{
+    road.doubt = true;
 }
 
 void frames_wake(void *)

@@ -63,6 +63,8 @@ int frames_start(struct ev_loop *loop, const frames_settings *settings);
 void frames_stop(void);
 // A tracking command has come, and everything that came before it has been handled.
 void frames_on_track(const naro_isp_track_param *track);
+// Someone has connected to the command socket: the daemon, perhaps, after it lost its connection and a command.
+void frames_on_client(void);
 // No daemon to send to any more, until the next connects.
 void frames_on_daemon_end(void);
 // The source has something new. Any thread, between frames_start and frames_stop.

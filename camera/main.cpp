@@ -73,7 +73,8 @@ int start(void)
         return -1;
     if (desk_enter_root(true) != 0)
         return -1;
-    const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track};
+    const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track,
+                                            frames_on_client};
     if (command_server_start(camera.loop, &server) != 0)
         return -1;
     frames_settings frames = {};

@@ -87,6 +87,8 @@ std::string error_text(int error)
 {
     if (error == AVERROR_EOF)
         return "it ends before its first picture";
+    if (error == AVERROR(EIO) && reader.network)
+        return "the connection broke off";
     char text[AV_ERROR_MAX_STRING_SIZE] = "";
     av_strerror(error, text, sizeof text);
     return text;

@@ -141,8 +141,10 @@ int main()
     daemon_state.mute = told("mute", nullptr);
     daemon_state.noise = told("noise", nullptr);
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
     if (told("deaf", nullptr))
         signal(SIGTERM, SIG_IGN);
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     printf("stand-in daemon\n");
     daemon_state.commands = connect_commands();
     struct ev_loop *loop = ev_default_loop(0);

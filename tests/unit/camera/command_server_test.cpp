@@ -29,6 +29,13 @@ void on_track(const naro_isp_track_param *track)
     happened.push_back("track");
 }
 
+int connections;
+
+void on_client(void)
+{
+    connections++;
+}
+
 struct CommandServer : testing::Test {
     static void SetUpTestSuite() { alone = isolate_network(); }
 
@@ -40,7 +47,7 @@ struct CommandServer : testing::Test {
     }
     void start(const char *script_text = nullptr)
     {
-        command_server_settings settings = {nullptr, on_track};
+        command_server_settings settings = {nullptr, on_track, on_client};
         if (script_text) {
             char error[256] = "";
             ASSERT_EQ(scenario_parse(script_text, strlen(script_text), &script, error, sizeof error), 0)
@@ -140,6 +147,7 @@ TEST_F(CommandServer, KeepsOneStateForAllClients)
     EXPECT_EQ(get_word(&reply[20]), 1u);
     EXPECT_EQ(command_server_isp()->mode, 1u);
     EXPECT_EQ(command_server_get_counts()->clients, 2);
+    EXPECT_EQ(connections, 2);
     close(clients[0]);
     clients.erase(clients.begin());
     pump();

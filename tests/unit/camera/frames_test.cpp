@@ -42,9 +42,8 @@ struct {
     bool start_fails;
     // The source: a picture every `step_ms` until `end_ms`.
     uint64_t step_ms = 40, end_ms = 1000000;
-    bool waits, fails;
+    bool waits, fails, live;
     std::vector<uint64_t> asked;
-    int pictures; // not yet freed by the code under test, less those it frees through av_frame_free
     int conversions_that_fail;
 } fake;
 
@@ -132,6 +131,11 @@ enum source_result source_take(uint64_t at_ms, source_picture *picture)
     picture->frame = av_frame_alloc();
     picture->time_ms = at_ms / fake.step_ms * fake.step_ms;
     return SOURCE_PICTURE;
+}
+
+bool source_is_live(void)
+{
+    return fake.live;
 }
 
 int picture_to_analysis(const AVFrame *frame, uint8_t *out)
@@ -473,6 +477,39 @@ TEST_F(Frames, HurriedALostAnswerIsWaitedForAndThenItGoesOn)
     EXPECT_THAT(times(), ElementsAre(0, 200, 400));
     EXPECT_EQ(counts().lost, 1u);
     EXPECT_THAT(errors.text(), HasSubstr("no answer to frame 1 for 30 s; going on"));
+}
+
+TEST_F(Frames, HurriedAnAnswerLostWithAConnectionIsWaitedForTwoSeconds)
+{
+    start_connected(true);
+    OutputCapture errors(STDERR_FILENO);
+    clock.advance_ms(1999);
+    frames_on_client();
+    tick();
+    EXPECT_EQ(fake.sent.size(), 2u);
+    clock.advance_ms(1);
+    tick();
+    EXPECT_THAT(times(), ElementsAre(0, 200, 400));
+    EXPECT_THAT(errors.text(), HasSubstr("no answer to frame 1 for 2 s; going on"));
+    clock.advance_ms(29999);
+    tick();
+    EXPECT_EQ(fake.sent.size(), 3u) << "the doubt is over";
+    track();
+    frames_on_client();
+    track();
+    clock.advance_ms(2000);
+    tick();
+    EXPECT_EQ(fake.sent.size(), 5u) << "an answer takes the doubt away";
+}
+
+TEST_F(Frames, HurriedALiveSourceIsRefused)
+{
+    fake.live = true;
+    OutputCapture errors(STDERR_FILENO);
+    start_connected(true);
+    EXPECT_EQ(fake.sent.size(), 0u);
+    EXPECT_THAT(ends, ElementsAre(true));
+    EXPECT_THAT(errors.text(), HasSubstr("--fast is for files: this source comes at its own pace"));
 }
 
 TEST_F(Frames, AFrameThatCannotBeSentIsLost)
