@@ -164,16 +164,107 @@ def paste(im, mask, c, nrng):
     im[:] = np.clip(im * (1 - a) + shaded(im.shape, c, nrng) * a, 0, 255).astype(np.uint8)
 
 
+def stage(im, rng, nrng):
+    """A place for things to stand in: the picture as it is, an empty table before a wall, or bare ground."""
+    im = im.copy()
+    h, w = im.shape[:2]
+    q = rng.random()
+    if q < 0.25:
+        y = int(rng.uniform(0.45, 0.95) * h)
+        im[:y] = np.clip(shaded((y, w), nrng.uniform(60, 240) + nrng.uniform(-15, 15, 3), nrng), 0, 255)
+        im[y:] = np.clip(shaded((h - y, w), nrng.uniform(60, 250) + nrng.uniform(-25, 25, 3), nrng), 0, 255)
+    elif q < 0.6:
+        im[:] = np.clip(shaded((h, w), nrng.uniform(40, 230) + nrng.uniform(-15, 15, 3), nrng), 0, 255)
+    return im
+
+
+def things(im, other, rng, nrng):
+    """Puts one or two things of any outline and make on the picture: vehicles, furniture, parcels, nothing in particular.
+
+    What moves alone before a quiet ground is not a person for that: without these, the network takes the crop's
+    middle for one."""
+    h, w = im.shape[:2]
+    for _ in range(rng.choice([1, 1, 2])):
+        oh = int(rng.uniform(0.25, 0.9) * h)
+        ow = int(min(w * 0.9, oh * math.exp(rng.uniform(-1.3, 0.6))))
+        oh, ow = max(12, oh), max(12, ow)
+        body = np.empty((oh, ow, 3), np.uint8)
+        if rng.random() < 0.4:
+            y, x = rng.randrange(max(1, other.shape[0] // 2)), rng.randrange(max(1, other.shape[1] // 2))
+            piece = other[y:y + rng.randint(20, 200), x:x + rng.randint(20, 200)]
+            body[:] = cv2.resize(piece, (ow, oh), interpolation=cv2.INTER_LINEAR)
+        else:
+            body[:] = np.clip(shaded((oh, ow), nrng.uniform(10, 245, 3) if rng.random() < 0.6 else nrng.uniform(20, 240),
+                                     nrng), 0, 255)
+            for _ in range(rng.randint(1, 7)):  # windows, labels, seams, lamps: often the same left and right
+                bw, bh = rng.uniform(0.08, 0.8) * ow, rng.uniform(0.04, 0.35) * oh
+                x, y = rng.uniform(0, ow - bw), rng.uniform(0, oh - bh)
+                if rng.random() < 0.5:
+                    x = (ow - bw) / 2
+                c = whole(nrng.uniform(0, 255, 3) if rng.random() < 0.4 else [nrng.uniform(0, 90)] * 3)
+                boxes = [x] if rng.random() < 0.6 else [x, ow - bw - x]
+                for bx in boxes:
+                    if rng.random() < 0.7:
+                        cv2.rectangle(body, whole((bx, y)), whole((bx + bw, y + bh)), c, -1)
+                    else:
+                        cv2.ellipse(body, whole((bx + bw / 2, y + bh / 2)), whole((bw / 2, bh / 2)), 0, 0, 360, c, -1)
+        mask = np.zeros((oh, ow), np.uint8)
+        q = rng.random()
+        if q < 0.3:
+            cv2.ellipse(mask, (ow // 2, oh // 2), (ow // 2 - 1, oh // 2 - 1), 0, 0, 360, 255, -1)
+        elif q < 0.75:  # rounded corners
+            r = max(1, int(rng.uniform(0.05, 0.45) * min(oh, ow)))
+            cv2.rectangle(mask, (r, r), (ow - r - 1, oh - r - 1), 255, -1)
+            mask = cv2.dilate(mask, cv2.getStructuringElement(cv2.MORPH_ELLIPSE, (2 * r - 1, 2 * r - 1)))
+        else:
+            a = np.sort(nrng.uniform(0, 2 * math.pi, rng.randint(3, 8)))
+            r = nrng.uniform(0.55, 1, a.size)
+            cv2.fillPoly(mask, [np.stack([ow / 2 + np.cos(a) * r * ow / 2, oh / 2 + np.sin(a) * r * oh / 2],
+                                         1).astype(np.int32)], 255)
+        turn = cv2.getRotationMatrix2D((ow / 2, oh / 2), rng.gauss(0, 12), 1)
+        turn[:, 2] += rng.uniform(-0.15 * ow, w - 0.85 * ow), rng.uniform(-0.15 * oh, h - 0.85 * oh)
+        body = cv2.warpAffine(body, turn, (w, h), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
+        mask = cv2.warpAffine(mask, turn, (w, h))
+        if rng.random() < 0.5:  # its shadow
+            away = np.float32([[1, 0, rng.uniform(-12, 12)], [0, 1, rng.uniform(-4, 12)]])
+            dark = cv2.GaussianBlur(cv2.warpAffine(mask, away, (w, h)), (0, 0), 4)[:, :, None] / np.float32(255)
+            im[:] = (im * (1 - rng.uniform(0.2, 0.6) * dark)).astype(np.uint8)
+        alpha = cv2.GaussianBlur(mask, (3, 3), 0)[:, :, None] / np.float32(255)
+        if rng.random() < 0.2:
+            alpha = alpha * rng.uniform(0.4, 0.9)  # glass
+        im[:] = (im * (1 - alpha) + body * alpha).astype(np.uint8)
+
+
+def nobody(pic, other, rng, nrng):
+    """A picture without people in which something could have moved: (picture, rectangle of that) or (picture, None)."""
+    im, _, source = pic
+    q = rng.random()
+    if q < 0.4:
+        h, w = im.shape[:2]
+        # what such pictures show stands mostly in their middle
+        a, b = nrng.uniform(0.25, 0.95, 2)
+        x, y = rng.gauss(0.5, 0.1) * w, rng.gauss(0.5, 0.1) * h
+        return im, (x - a * w / 2, y - b * h / 2, x + a * w / 2, y + b * h / 2)
+    if q < 0.5:
+        return im, None
+    before = stage(im, rng, nrng)
+    after = before.copy()
+    if q < 0.8:
+        things(after, other, rng, nrng)
+    if q >= 0.7:
+        after = reach(after, rng, nrng)
+    moved = cv2.absdiff(before, after).max(2) > 12
+    if not moved.any():
+        return after, None
+    rows, columns = np.nonzero(moved.any(1))[0], np.nonzero(moved.any(0))[0]
+    return after, (columns[0], rows[0], columns[-1] + 1, rows[-1] + 1)
+
+
 def reach(im, rng, nrng):
     """Draws an arm that reaches in over the edge, now and then with a bottle or box in the hand: no person yet.
 
     Some labelled pictures call a lone hand a person, and without a counterweight the network believes them."""
-    im = im.copy()
     h, w = im.shape[:2]
-    if rng.random() < 0.4:  # an empty table before a wall
-        y = int(rng.uniform(0.45, 0.95) * h)
-        im[:y] = np.clip(shaded((y, w), nrng.uniform(60, 240) + nrng.uniform(-15, 15, 3), nrng), 0, 255)
-        im[y:] = np.clip(shaded((h - y, w), nrng.uniform(60, 250) + nrng.uniform(-25, 25, 3), nrng), 0, 255)
     thing = rng.random()
     for _ in range(rng.choice([0, 1, 2, 3])):  # bottles that stand about
         bottle(im, rng.uniform(0.05, 0.95) * w, rng.uniform(0.3, 0.7) * h, rng.uniform(0.2, 0.5) * h, rng, nrng)
@@ -225,7 +316,7 @@ def bottle(im, x, y, size, rng, nrng):
                           whole(nrng.uniform(0, 240, 3)), -1)
 
 
-def sample(pic, rng, nrng, uncut=0.25):
+def sample(pic, rng, nrng, uncut=0.25, focus=None):
     """One training picture: (RGB uint8 of a network size, boxes, ignore flags)."""
     im, boxes, source = pic
     h, w = im.shape[:2]
@@ -248,6 +339,8 @@ def sample(pic, rng, nrng, uncut=0.25):
     sy /= jitter ** 0.5
     nw, nh = max(8, round(w * sx)), max(8, round(h * sy))
     small = cv2.resize(im, (nw, nh), interpolation=cv2.INTER_AREA if sx < 1 else cv2.INTER_LINEAR)
+    if focus is not None:
+        boxes = np.array([focus], np.float32)
     b = boxes * np.array([nw / w, nh / h] * 2, np.float32)
     if rng.random() < 0.5:
         small = small[:, ::-1]
@@ -267,7 +360,7 @@ def sample(pic, rng, nrng, uncut=0.25):
     ok = np.nonzero(((vis[:, 3] - vis[:, 1]) >= 20) & ((vis[:, 2] - vis[:, 0]) >= 6))[0]
     fr = look(fr, rng, nrng)
     # something before the people, now and then
-    if rng.random() < 0.12 and len(ok):
+    if focus is None and rng.random() < 0.12 and len(ok):
         v = vis[rng.choice(list(ok))]
         part = rng.uniform(0.15, 0.45)
         c = whole(nrng.integers(0, 256, 3))
@@ -296,6 +389,8 @@ def sample(pic, rng, nrng, uncut=0.25):
         cw, ch = rng.choice([32, 64, 96, 128, 160, 192, 256]), rng.choice([32, 64, 96, 128, 160, 192])
         x, y = rng.randrange(0, W - cw + 1, 8), rng.randrange(0, H - ch + 1, 8)
         c = (x, y, x + cw - 1, y + ch - 1)
+    if focus is not None:
+        b = b[:0]  # it told where to look; there is nobody
     cw, ch = c[2] - c[0] + 1, c[3] - c[1] + 1
     hh, ww = fit(ch, cw)
     out = cv2.resize(fr[c[1]:c[3] + 1, c[0]:c[2] + 1], (ww, hh), interpolation=cv2.INTER_LINEAR)
@@ -323,7 +418,7 @@ def shares(weights):
 class Stream:
     """Batches of one size each, for ever."""
 
-    def __init__(self, root, seed, batch, negatives=0.36, reaching=0.25):
+    def __init__(self, root, seed, batch, negatives=0.42):
         self.people = load(root, "train")
         self.neg = load(root, "negatives")
         self.cum = shares([WEIGHT.get(p[2], 1.0) for p in self.people])
@@ -332,16 +427,15 @@ class Stream:
         self.nrng = np.random.default_rng(seed)
         self.batch = batch
         self.share = negatives
-        self.reaching = reaching  # part of the negatives that an arm reaches into
         self.bucket = {}
 
     def one(self):
         if self.rng.random() < self.share:
             pic = self.neg[int(np.searchsorted(self.cum_neg, self.rng.random()))]
-            if self.rng.random() < self.reaching:
-                pic = (reach(pic[0], self.rng, self.nrng), pic[1], pic[2])
-        else:
-            pic = self.people[int(np.searchsorted(self.cum, self.rng.random()))]
+            other = self.neg[self.rng.randrange(len(self.neg))][0]
+            im, focus = nobody(pic, other, self.rng, self.nrng)
+            return sample((im, pic[1], pic[2]), self.rng, self.nrng, focus=focus)
+        pic = self.people[int(np.searchsorted(self.cum, self.rng.random()))]
         return sample(pic, self.rng, self.nrng)
 
     def next(self):

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """Writes a trained (or, without a checkpoint, a fresh) network as the two files that the daemon embeds.
 
-usage: export.py OUT_DIR [CHECKPOINT]  -> OUT_DIR/person.param.bin, person.model.bin, person.param.txt
+usage: export.py OUT_DIR [CHECKPOINT [POINT]]  -> OUT_DIR/person.param.bin, person.model.bin, person.param.txt
+
+POINT: the trained score that the exported network gives as 0.5, the daemon's working point (default 0.5). The three
+objectness biases are moved for it; the order of the scores, and with it the average precision, stays.
 
 The structure is in ncnn's binary form, in which blobs are numbers: the three outputs are 142, 154 and 164, as the
 detector's interface has them. Weights are stored in half precision, biases in single; batch normalisation is folded."""
+import math
 import os
 import struct
 import sys
@@ -63,6 +67,7 @@ def folded(c):
 
 def main():
     out = sys.argv[1]
+    point = float(sys.argv[3]) if len(sys.argv) > 3 else 0.5
     net = Net()
     if len(sys.argv) > 2:
         net.load_state_dict(torch.load(sys.argv[2])["ema"])
@@ -75,7 +80,9 @@ def main():
 
     def head(name, bottom, top):
         m = getattr(net, name)
-        return f.conv(name, m.weight.detach().numpy(), m.bias.detach().numpy(), 1, False, bottom, top)
+        bias = m.bias.detach().numpy().copy()
+        bias[4::6] -= math.log(point / (1 - point))
+        return f.conv(name, m.weight.detach().numpy(), bias, 1, False, bottom, top)
 
     x = f.blob()
     f.add(INPUT, "data", "Input", [], [x])
