@@ -38,7 +38,7 @@ outcome exchange(const naro_ipc_command &command, uint8_t *message, void *data)
                     static_cast<int>(head.cmd_no), ret);
         return outcome::refused;
     }
-    if (command.data > 0)
+    if (data)
         memcpy(data, message + NARO_IPC_REPLY_DATA_OFFSET, command.data);
     return outcome::done;
 }
@@ -52,7 +52,7 @@ outcome issue(const naro_ipc_command &command, const void *payload, void *data)
                                       command.cmd_type};
     const uint32_t tail = NARO_IPC_TAIL;
     memcpy(message, &head, sizeof head);
-    if (command.payload > 0)
+    if (payload)
         memcpy(message + sizeof head, payload, command.payload);
     memcpy(message + sizeof head + command.payload, &tail, sizeof tail);
 
