@@ -124,14 +124,17 @@ AVFrame *to_nv12(const AVFrame *picture)
 // Null after saying why.
 AVFrame *read_picture(const std::string &path)
 {
+    AVFrame *picture = av_frame_alloc();
+    if (!picture) {
+        complain(path, av_error(AVERROR(ENOMEM)));
+        return nullptr;
+    }
     AVFormatContext *file = nullptr;
     int result = avformat_open_input(&file, path.c_str(), nullptr, nullptr);
-    AVFrame *picture = nullptr;
     if (result == 0) {
         result = avformat_find_stream_info(file, nullptr);
-        picture = av_frame_alloc();
         if (result >= 0)
-            result = picture ? decode_first(file, picture) : AVERROR(ENOMEM);
+            result = decode_first(file, picture);
         avformat_close_input(&file);
     }
     AVFrame *nv12 = nullptr;

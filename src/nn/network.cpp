@@ -322,10 +322,11 @@ int Release_Network(NetworkHandle **handle)
         puts("Error: Cannot release NULL handle.");
         return -1;
     }
-    void *was = *handle;
+    char was[40]; // the pointer's text, while it still points somewhere
+    snprintf(was, sizeof was, "%p", static_cast<void *>(*handle));
     destroy(*handle);
     *handle = nullptr;
-    printf("Network handle (%p) is successfully released.\n", was);
+    printf("Network handle (%s) is successfully released.\n", was);
     return 0;
 }
 

@@ -30,6 +30,9 @@ struct Grid {
           stride(static_cast<size_t>(w * h + 3)),
           values(stride * static_cast<size_t>(anchor_count * (5 + class_count)), nothing)
     {
+        // What lies between two channels is nobody's: it would be found at once.
+        for (size_t i = 0; i < values.size(); i += stride)
+            std::fill_n(values.begin() + static_cast<ptrdiff_t>(i + stride - 3), 3, 100.f);
     }
     float &at(int anchor, int channel, int row, int column)
     {
@@ -553,12 +556,13 @@ TEST(KeepBest, EveryCountOfEveryShuffle)
 TEST(Clamp, EachEdgeAndNoOther)
 {
     BBox boxes[] = {make_box(-1, -1, 192, 128), make_box(0, 0, 191, 127), make_box(-300, 5, 20, 500),
-                    make_box(5, -300, 500, 20)};
+                    make_box(5, -300, 500, 20), make_box(-1, -1, 192, 128)};
     nn_clamp_boxes(boxes, 4, 128, 192);
     EXPECT_THAT(corners(boxes[0]), ElementsAre(0, 0, 191, 127));
     EXPECT_THAT(corners(boxes[1]), ElementsAre(0, 0, 191, 127));
     EXPECT_THAT(corners(boxes[2]), ElementsAre(0, 5, 20, 127));
     EXPECT_THAT(corners(boxes[3]), ElementsAre(5, 0, 191, 20));
+    EXPECT_THAT(corners(boxes[4]), ElementsAre(-1, -1, 192, 128)); // beyond the count
 }
 
 // ---- All together
@@ -607,6 +611,15 @@ TEST(Decode, TwoOfEqualScoreComeBothBack)
     EXPECT_EQ(scene.decode().size(), 2u);
     scene.grids[0].put(1, 1, 3, {0, 0, 0, 0, 2.1f});
     EXPECT_EQ(scene.decode().size(), 1u);
+}
+
+TEST(Decode, WeighsSeveralClasses)
+{
+    Scene scene(9);
+    scene.grids[0].put(1, 1, 2, {0, 0, 0, 0, 3, -1, -1, -1, -1, -1, -1, -1, -1, 2});
+    const std::vector<BBox> boxes = scene.decode();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].class_index, 8);
 }
 
 TEST(Decode, NothingAboveTheLogitTakesNoMemory)
