@@ -25,7 +25,6 @@ int shbf_path_address(const char *path, struct sockaddr_un *address, socklen_t *
     const int root = naro_root_fd();
     if (root < 0)
         return -errno;
-    *address = {};
     address->sun_family = AF_UNIX;
     const int length =
         snprintf(address->sun_path, sizeof address->sun_path, "/proc/self/fd/%d%s", root, path);
@@ -45,8 +44,8 @@ static int look(const char *path, struct stat *status)
 // Whether someone listens on the socket at `path`: 1, 0, or a negative errno when that cannot be found out.
 static int is_living(const char *path)
 {
-    struct sockaddr_un address;
-    socklen_t size;
+    struct sockaddr_un address = {};
+    socklen_t size = 0;
     const int result = shbf_path_address(path, &address, &size);
     if (result != 0)
         return result;
@@ -71,7 +70,7 @@ static int is_living(const char *path)
 // Removes what a dead broadcaster left. The lock is held.
 static int clear(const char *path)
 {
-    struct stat status;
+    struct stat status = {};
     int result = look(path, &status);
     if (result == -ENOENT)
         return 0;
@@ -118,8 +117,8 @@ static const char *allow_list(void)
 
 int shbf_path_bind(int fd, const char *path, struct shbf_path_identity *identity)
 {
-    struct sockaddr_un address;
-    socklen_t size;
+    struct sockaddr_un address = {};
+    socklen_t size = 0;
     int result = shbf_path_address(path, &address, &size);
     if (result != 0)
         return result;
@@ -129,7 +128,7 @@ int shbf_path_bind(int fd, const char *path, struct shbf_path_identity *identity
     // wrong permissions. Where others may connect, the door is open and each one is asked who he is.
     if (fchmodat(naro_root_fd(), path + 1, allow_list() ? 0666 : 0600, 0) != 0)
         return -errno;
-    struct stat status;
+    struct stat status = {};
     result = look(path, &status);
     if (result == 0)
         *identity = {status.st_dev, status.st_ino};
@@ -138,7 +137,7 @@ int shbf_path_bind(int fd, const char *path, struct shbf_path_identity *identity
 
 void shbf_path_release(const char *path, const struct shbf_path_identity *identity)
 {
-    struct stat status;
+    struct stat status = {};
     if (look(path, &status) == 0 && status.st_dev == identity->device && status.st_ino == identity->inode)
         naro_unlink(path);
 }

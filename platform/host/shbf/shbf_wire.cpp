@@ -154,7 +154,7 @@ static bool take_packet(int fd, const shbf_head &peeked, void *buffer, int *file
 static bool is_memory_file(int file, int seals, size_t size)
 {
     const int set = fcntl(file, F_GET_SEALS);
-    struct stat status;
+    struct stat status = {};
     return set >= 0 && (set & seals) == seals && fstat(file, &status) == 0 &&
            status.st_size == static_cast<off_t>(size);
 }

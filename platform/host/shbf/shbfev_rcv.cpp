@@ -176,8 +176,8 @@ void on_readable(struct ev_loop *, ev_io *watcher, int)
 // Connects: 0 or an errno.
 int try_connect(channel_receiver *rcv)
 {
-    struct sockaddr_un address;
-    socklen_t size;
+    struct sockaddr_un address = {};
+    socklen_t size = 0;
     const int result = shbf_path_address(rcv->path, &address, &size);
     if (result != 0)
         return -result;

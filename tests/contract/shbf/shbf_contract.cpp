@@ -1,4 +1,5 @@
 // The contract of the channels, through the public headers alone: any implementation can be held to it.
+#include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <poll.h>
