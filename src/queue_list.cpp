@@ -65,7 +65,7 @@ void append(queue_list_elem **list, queue_list_elem *elem)
     head->prev = elem;
 }
 
-void unlink(queue_list_elem **list, queue_list_elem *elem)
+void detach(queue_list_elem **list, queue_list_elem *elem)
 {
     if (elem->next == elem) {
         *list = nullptr;
@@ -151,11 +151,11 @@ int queue_list_free_elem_take(queue_list *q, queue_list_elem **out_elem)
         return -1;
     if (q->free_list) {
         *out_elem = q->free_list;
-        unlink(&q->free_list, q->free_list);
+        detach(&q->free_list, q->free_list);
     } else if (q->busy_list) {
         // The newest of those that wait is sacrificed; the older ones keep their order.
         *out_elem = q->busy_list->prev;
-        unlink(&q->busy_list, q->busy_list->prev);
+        detach(&q->busy_list, q->busy_list->prev);
         if (sem_trywait(&q->busy_sem) != 0)
             fprintf(stderr, "####resource is already consumed\r\n");
     } else {
@@ -197,7 +197,7 @@ int queue_list_data_elem_take(queue_list *q, queue_list_elem **out_elem)
         return -1;
     }
     *out_elem = q->busy_list;
-    unlink(&q->busy_list, q->busy_list);
+    detach(&q->busy_list, q->busy_list);
     pthread_mutex_unlock(&q->lock);
     return 0;
 }
