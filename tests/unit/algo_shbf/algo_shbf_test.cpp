@@ -811,12 +811,13 @@ TEST_F(AlgoShbf, FiniAfterAFailedInit)
 
 } // namespace
 
-// In front of libev's.
+// In front of libev's, which is looked up beforehand: not a thing to do in a signal handler.
+static const auto real_async_send =
+    reinterpret_cast<decltype(&ev_async_send)>(dlsym(RTLD_NEXT, "ev_async_send"));
 void ev_async_send(struct ev_loop *loop, ev_async *watcher) noexcept
 {
-    static const auto real = reinterpret_cast<decltype(&ev_async_send)>(dlsym(RTLD_NEXT, "ev_async_send"));
     sent_to_libev++;
-    real(loop, watcher);
+    real_async_send(loop, watcher);
 }
 
 int motion_queue_list_enqueue(const void *src, uint32_t size, uint32_t width, uint32_t height, uint32_t type,
