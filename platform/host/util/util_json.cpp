@@ -1,6 +1,7 @@
 // One member of a JSON object that came from outside.
 #include "naro_util.h"
 
+#include <algorithm>
 #include <json-c/json.h>
 #include <limits.h>
 #include <math.h>
@@ -14,16 +15,12 @@ json_object *parse_object(const char *json_text)
 {
     if (!json_text)
         return nullptr;
-    const size_t length = strlen(json_text);
-    if (length >= INT_MAX)
-        return nullptr;
     // The depth has a bound (32), so that no nesting can use up the stack.
     json_tokener *tokener = json_tokener_new_ex(JSON_TOKENER_DEFAULT_DEPTH);
     if (!tokener)
         return nullptr;
     json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-    // With the terminator, which tells the parser that nothing more will come.
-    json_object *root = json_tokener_parse_ex(tokener, json_text, static_cast<int>(length + 1));
+    json_object *root = json_tokener_parse_ex(tokener, json_text, -1); // up to the terminator
     json_tokener_free(tokener);
     if (json_object_get_type(root) == json_type_object)
         return root;
@@ -38,17 +35,17 @@ json_object *member(json_object *root, const char *name)
     return root && name && json_object_object_get_ex(root, name, &value) ? value : nullptr;
 }
 
-// `length` bytes of UTF-8 at `text` cut to at most `most` bytes, so that no character is left in part.
+// How much of a terminated UTF-8 text of `length` bytes to take where there is room for `most`, so that no character
+// is left in part.
 size_t cut(const char *text, size_t length, size_t most)
 {
-    if (length <= most)
-        return length;
-    // Continuation bytes are 10xxxxxx. A character has at most three; where there are more, the text is not
-    // UTF-8 and any place is as good as another.
-    size_t end = most;
+    // Continuation bytes are 10xxxxxx (the terminator is none). A character has at most three; where there are
+    // more, the text is not UTF-8 and any place is as good as another.
+    const size_t whole = std::min(length, most);
+    size_t end = whole;
     for (int back = 0; back < 3 && end > 0 && (text[end] & 0xC0) == 0x80; back++)
         end--;
-    return (text[end] & 0xC0) == 0x80 ? most : end;
+    return (text[end] & 0xC0) == 0x80 ? whole : end;
 }
 
 } // namespace

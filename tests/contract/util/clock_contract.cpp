@@ -1,5 +1,6 @@
 // What every implementation of the clock seam owes to its callers: real time by default, another clock when a
 // test asks for it.
+#include <algorithm>
 #include <ev.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -54,13 +55,18 @@ TEST(real_clock, monotonic_time_is_the_systems)
 TEST(real_clock, sleeps_at_least_as_long_as_asked)
 {
     for (unsigned ms : {0u, 1u, 30u, 999u, 1001u}) {
-        timespec from, to;
-        clock_gettime(CLOCK_MONOTONIC, &from);
-        naro_clock_sleep_ms(ms);
-        clock_gettime(CLOCK_MONOTONIC, &to);
-        const int64_t slept_ns = (to.tv_sec - from.tv_sec) * 1000000000LL + (to.tv_nsec - from.tv_nsec);
-        EXPECT_GE(slept_ns, ms * 1000000LL);
-        EXPECT_LT(slept_ns, (ms + 5000) * 1000000LL); // a wide bound: the machine may be busy
+        // On a busy machine one sleep may be long; one of five will not be.
+        int64_t shortest_ns = INT64_MAX;
+        for (int attempt = 0; attempt < 5 && shortest_ns > (ms + 500) * 1000000LL; attempt++) {
+            timespec from, to;
+            clock_gettime(CLOCK_MONOTONIC, &from);
+            naro_clock_sleep_ms(ms);
+            clock_gettime(CLOCK_MONOTONIC, &to);
+            const int64_t slept_ns = (to.tv_sec - from.tv_sec) * 1000000000LL + (to.tv_nsec - from.tv_nsec);
+            EXPECT_GE(slept_ns, ms * 1000000LL);
+            shortest_ns = std::min(shortest_ns, slept_ns);
+        }
+        EXPECT_LE(shortest_ns, (ms + 500) * 1000000LL) << ms;
     }
 }
 

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "heap_use.h"
 #include "naro_util.h"
 
 namespace
@@ -460,6 +461,22 @@ TEST_F(Files, a_descriptor_number_that_comes_back_has_the_new_path)
     EXPECT_EQ(naro_read(second, buf, 1), 0);
     EXPECT_EQ(plan.asked.back(), "read ");
     close(second);
+}
+
+TEST_F(Files, no_memory_is_kept)
+{
+    make("file", "text");
+    EXPECT_EQ(leaked_bytes([this] { dir_make_parent(in("a/b").c_str(), 0755); }), 0u);
+    EXPECT_EQ(leaked_bytes([this] { dir_make_parent(in("file/b/c").c_str(), 0755); }), 0u);
+    // The names of open files, while faults are asked for and after.
+    const std::string path = in("file");
+    EXPECT_EQ(leaked_bytes([&] {
+                  naro_file_set_fault([](void *, const char *, const char *) { return 0; }, nullptr);
+                  for (int n = 0; n < 3; n++)
+                      close(naro_open(path.c_str(), O_RDONLY, 0));
+                  naro_file_set_fault(nullptr, nullptr);
+              }),
+              0u);
 }
 
 } // namespace

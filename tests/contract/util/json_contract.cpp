@@ -4,6 +4,7 @@
 #include <string.h>
 #include <string>
 
+#include "heap_use.h"
 #include "naro_util.h"
 
 namespace
@@ -167,6 +168,12 @@ TEST(json_verify_get_string, text_that_is_not_utf8_is_cut_where_it_must)
     const std::string stray = "{\"x\":\"ab\x80\x81\x82\x83\x84\x85\"}";
     EXPECT_EQ(get(stray, 8), (Text{0, "ab\x80\x81\x82\x83\x84"}));
     EXPECT_EQ(get(stray, 7), (Text{0, "ab\x80\x81\x82\x83"}));
+    const std::string at_start = "{\"x\":\"\x80\x81\x82\x83\"}";
+    EXPECT_EQ(get(at_start, 2), (Text{0, "\x80"}));
+    EXPECT_EQ(get(at_start, 3), (Text{0, "\x80\x81"}));
+    EXPECT_EQ(get(at_start, 4), (Text{0, "\x80\x81\x82"}));
+    // One more than a character can have.
+    EXPECT_EQ(get("{\"x\":\"\xF0\x80\x81\x82\x83\"}", 5), (Text{0, "\xF0\x80\x81\x82"}));
 }
 
 TEST(json_verify_get_string, an_empty_text_on_failure)
@@ -189,6 +196,19 @@ TEST(json_verify_get_string, takes_null_pointers_and_no_room)
     strcpy(buf, "abc");
     EXPECT_EQ(json_verify_get_string(R"({"x":"text"})", nullptr, buf, 4), -1);
     EXPECT_STREQ(buf, "");
+}
+
+TEST(json_verify, keeps_no_memory)
+{
+    for (const char *json : {R"({"x":1})", R"({"x":"text"})", R"([1])", R"({"x":)", R"({"x":1} y)"}) {
+        const size_t leaked = leaked_bytes([&] {
+            int number = 0;
+            char text[8];
+            json_verify_get_int(json, "x", &number);
+            json_verify_get_string(json, "x", text, sizeof text);
+        });
+        EXPECT_EQ(leaked, 0u) << json;
+    }
 }
 
 } // namespace

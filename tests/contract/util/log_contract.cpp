@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "heap_use.h"
 #include "in_child.h"
 #include "log_capture.h"
 
@@ -199,6 +200,14 @@ TEST(log_call, keeps_errno_when_the_error_stream_is_closed)
                   printf("%s", errno == EPIPE ? "kept" : "changed");
               }).out,
               "kept");
+}
+
+TEST(log_call, keeps_no_memory)
+{
+    naro_log_set_sink([](void *, naro_log_level, const char *) {}, nullptr);
+    const std::string text(5000, 'x');
+    EXPECT_EQ(leaked_bytes([&] { log_err("%s", text.c_str()); }), 0u);
+    naro_log_set_sink(nullptr, nullptr);
 }
 
 TEST(log_call, formats_the_callers_errno)

@@ -5,6 +5,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "heap_use.h"
 #include "naro_util.h"
 
 namespace
@@ -46,6 +47,11 @@ TEST(naro_malloc, null_when_there_is_not_so_much_memory)
     EXPECT_EQ(errno, ENOMEM);
 }
 
+TEST(naro_free, gives_the_memory_back)
+{
+    EXPECT_EQ(leaked_bytes([] { naro_free(naro_malloc(1000, 64)); }), 0u);
+}
+
 TEST(naro_free, takes_null)
 {
     naro_free(nullptr);
@@ -59,6 +65,8 @@ TEST(naro_copy, copies_exactly_the_length)
     EXPECT_STREQ(to, "a234efghij");
     naro_copy(to, from, 0);
     EXPECT_STREQ(to, "a234efghij");
+    naro_copy(to, from, 1);
+    EXPECT_STREQ(to, "0234efghij");
     naro_copy(nullptr, nullptr, 0);
 }
 

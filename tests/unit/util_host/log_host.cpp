@@ -390,14 +390,20 @@ TEST(line, what_cannot_be_formatted_shows_its_format)
 TEST(line, is_cut_where_there_is_no_memory_for_it)
 {
     const std::string shown = in_child([] {
-                                  const rlimit limit = {256 << 20, 256 << 20};
+                                  unsigned long pages = 0;
+                                  FILE *file = fopen("/proc/self/statm", "re");
+                                  if (!file || fscanf(file, "%lu", &pages) != 1)
+                                      _exit(1);
+                                  const rlim_t most =
+                                      pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (4 << 20);
+                                  const rlimit limit = {most, most};
                                   setrlimit(RLIMIT_AS, &limit);
-                                  log_err("begin %*d", 1 << 30, 5);
+                                  log_err("begin %*d", 66 << 20, 5); // more than any arena of malloc has
                                   log_err("after\n");
                               }).err;
-    const std::string expected(std::string(stamp) + "err     begin {954}\n" + stamp + "err     after\n");
     EXPECT_EQ(marks(shown), " r");
-    EXPECT_THAT(shown, testing::MatchesRegex(expected));
+    EXPECT_EQ(shown.size(), 2 * strlen("2000-01-01 00:00:00.000 err     ") + 959 + 1 + strlen("after\n"));
+    EXPECT_NE(shown.find("err     begin  "), std::string::npos);
 }
 #endif
 
