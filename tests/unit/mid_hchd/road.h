@@ -2,7 +2,8 @@
 // detector, the event channel and the media server. They write down what they are asked, in one journal, answer as
 // the script says, and fail on demand.
 //
-//   road.frames = {frame(), frame(moved(10, 12, 5, 7))};  // before mid_hchd_init
+//   Road road;                                            // before mid_hchd_init
+//   road.frames = {Step(), Step()};
 //   mid_hchd_init(0);
 //   road.wait_until_idle();                               // the script is through, the task waits for more
 //   mid_hchd_fini();
@@ -97,7 +98,7 @@ struct Road {
     std::vector<int> free_results; // of ModuleTest_FreeImage, by call; then 0
     int init_network = 0;
     bool no_thread = false; // pthread_create fails
-    // Called on the task's thread, with nothing held: at the end of each track_run, and of each take that fails.
+    // Called on the task's thread, with no lock held, at the end of each of these calls.
     std::function<void()> on_track, on_take_fails, on_give;
 
     // What happened.
