@@ -8,32 +8,13 @@ import json
 import os
 import shutil
 import subprocess
-import sys
-import tempfile
-import unittest
+
+from naro_system import BIN, SystemTest, main, skip
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-BIN = os.path.abspath(sys.argv.pop(1))
 CLIPS = os.path.join(os.environ.get("SHARED", os.path.join(HERE, "../../../shared")), "clips")
 CONTACT = os.path.join(BIN, "../contact")
 PATIENCE_S = 2.0  # from fully visible to reported
-FRAMES_PER_SECOND = 5
-
-
-def play(clip, record=None):
-    """The events of a clip [(seconds, name)] and the number of frames analysed."""
-    command = [f"{BIN}/naro_camera", "--source", f"{CLIPS}/{clip}", "--fast", "--headless", "--json"]
-    if record:
-        command += ["--record", record]
-    with tempfile.TemporaryDirectory() as root:
-        os.mkdir(f"{root}/run")
-        done = subprocess.run(command, env={**os.environ, "NARO_ROOT": root}, capture_output=True, text=True, timeout=500)
-    if done.returncode:
-        raise AssertionError(f"the camera ended with {done.returncode}: {done.stderr[-2000:]}")
-    lines = [json.loads(line) for line in done.stdout.splitlines() if line.startswith("{")]
-    events = [(line["time_ms"] / 1000, line["event"]) for line in lines if "event" in line]
-    frames = next(line["summary"]["frames"]["analysed"] for line in lines if "summary" in line)
-    return events, frames
 
 
 def contact_sheet(record, name):
@@ -43,14 +24,20 @@ def contact_sheet(record, name):
                         "-frames:v", "1", f"{CONTACT}/{name}.jpg"], check=True)
 
 
-class Clips(unittest.TestCase):
-    def setUp(self):
-        os.makedirs(CONTACT, exist_ok=True)
+class Clips(SystemTest):
+    def play(self, clip, *options):
+        """The events of a clip [(seconds, name, boxes)] and the number of frames analysed."""
+        camera = self.start("naro_camera", "--source", f"{CLIPS}/{clip}", "--fast", "--headless", "--json", *options)
+        self.assertEqual(camera.wait(500), 0, camera.text())
+        lines = [json.loads(line) for line in camera.lines if line.stream == "out" and line.startswith("{")]
+        events = [(line["time_ms"] / 1000, line["event"], line["boxes"]) for line in lines if "event" in line]
+        return events, lines[-1]["summary"]["frames"]["analysed"]
 
     def play_recorded(self, clip):
         name = os.path.splitext(clip)[0]
         record = os.path.join(CONTACT, name)
-        events, frames = play(clip, record)
+        os.makedirs(record, exist_ok=True)
+        events, frames = self.play(clip, "--record", record)
         contact_sheet(record, name)
         return events, frames
 
@@ -58,7 +45,7 @@ class Clips(unittest.TestCase):
         with open(f"{HERE}/data/one-by-one-person-detection.json", encoding="utf-8") as file:
             marks = json.load(file)
         events, frames = self.play_recorded(marks["clip"])
-        people = [t for t, name in events if name == "PeopleMotion"]
+        people = [t for t, name, _ in events if name == "PeopleMotion"]
         for person in marks["people"]:
             start = person["fully_visible_from"]
             # Being reported before the last foot is in the picture is being reported.
@@ -77,18 +64,18 @@ class Clips(unittest.TestCase):
         for clip in ("car-detection.mp4", "bottle-detection.mp4"):
             with self.subTest(clip=clip):
                 events, frames = self.play_recorded(clip)
-                people = [t for t, name in events if name == "PeopleMotion"]
-                objects = [t for t, name in events if name == "ObjectMotion"]
+                people = [t for t, name, _ in events if name == "PeopleMotion"]
+                objects = [t for t, name, _ in events if name == "ObjectMotion"]
                 print(f"{clip}: {len(people)} of {frames} frames report a person ({100 * len(people) / frames:.1f} %)")
                 self.assertLessEqual(len(people), 0.05 * frames, f"at {people}")
                 self.assertGreater(len(objects), 0.1 * frames, "things do move in this clip")
 
     def test_the_same_list_twice(self):
         clip = "one-by-one-person-detection.mp4"
-        self.assertEqual(play(clip), play(clip))
+        self.assertEqual(self.play(clip), self.play(clip))
 
 
-if not os.path.isdir(CLIPS):
-    print(f"SKIPPED: no clips in {CLIPS}")
-    sys.exit(0)
-unittest.main(verbosity=2)
+if __name__ == "__main__":
+    if not os.path.isdir(CLIPS):
+        skip(f"no clips in {CLIPS}")
+    main()

@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""Five minutes' worth of frames (an hour's with NARO_LONG set) through the whole camera at full speed: the daemon ends as
+it began, with the same threads and descriptors, and a sanitizer finds nothing. What it holds in bytes is counted in one
+process, by tests/unit/soak. usage: soak.py BIN_DIR"""
+import json
+import os
+import re
+
+from naro_system import SystemTest, main, until
+
+SECONDS = 3600 if os.environ.get("NARO_LONG") else 300
+FRAMES_PER_SECOND = 5
+
+
+class Soak(SystemTest):
+    def status(self):
+        asked = self.start("naro-status", "--json")
+        if asked.wait() != 0:
+            return None
+        return json.loads(next(line for line in asked.lines if line.startswith("{")))
+
+    def held(self, pid):
+        return {what: len(os.listdir(f"/proc/{pid}/{what}")) for what in ("task", "fd")}
+
+    def test_the_daemon_ends_as_it_began(self):
+        camera = self.start("naro_camera", "--fast", "--headless", "--json", "--seconds", str(SECONDS))
+        first = until(lambda: (s := self.status()) and s["frames"]["analysed"] > 100 and s, "a hundred frames")
+        pid = first["daemon"]["pid"]
+        early = self.held(pid)
+        late = dict(early)
+
+        def ended():
+            try:
+                late.update(self.held(pid))
+            except FileNotFoundError:
+                pass  # the daemon has ended; the camera follows
+            return not camera.running()
+
+        until(ended, "the end of the source", 1800)
+        self.assertEqual(camera.wait(), 0, camera.text())
+        self.assertEqual(early, late)
+        summary = json.loads([line for line in camera.lines if line.startswith("{")][-1])["summary"]
+        self.assertEqual(summary["frames"]["sent"], SECONDS * FRAMES_PER_SECOND)
+        self.assertEqual(summary["frames"]["dropped"], 0)
+        self.assertEqual(summary["daemon"]["restarts"], 0)
+        with open(f"{self.root}/run/naro/naro_algo.log", encoding="utf-8", errors="replace") as file:
+            log = file.read()
+        self.assertIsNone(re.search(self.SANITIZER, log), log[-4000:])
+
+
+if __name__ == "__main__":
+    main()
