@@ -1,10 +1,7 @@
 // The broadcaster: listens on the event loop, sends from any thread.
 //
 // A message goes straight into the socket of each receiver, without waiting; nothing is queued in this
-// process. How far a receiver lags is known exactly from its receipts (see shbf_wire.h), so the limits of 64
-// messages and 4 MB are kept here and not left to the size of some kernel buffer. That buffer is never the
-// narrower limit: messages go as bytes only while the unread ones together stay within shbf_wire_room, and as
-// memory files beyond.
+// process. What a receiver that lags may still get is in shbf_delivery.h.
 //
 // A broadcast touches no watcher. What only the event loop may do (say what was lost) it asks for through an
 // event descriptor that the loop watches, which stays harmless when the loop is gone.
@@ -14,18 +11,17 @@
 #include <errno.h>
 #include <ev.h>
 #include <inttypes.h>
-#include <linux/sockios.h>
 #include <new>
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "naro_util.h"
 #include "shbf.h"
+#include "shbf_delivery.h"
 #include "shbf_guard.h"
 #include "shbf_path.h"
 #include "shbf_wire.h"
@@ -36,10 +32,6 @@ namespace
 enum {
     ACCEPTS_A_TURN = 16,  // of the event loop, so that it serves others between
     MESSAGES_A_TURN = 64, // from one receiver
-    // What one packet may cost in the kernel's account at the very most: it rounds up to a power of two and
-    // adds about 1 KB. Far above what is seen, as it is only to tell a liar from an honest receiver.
-    PACKET_COST = 8192,
-    BYTE_COST = 4,
 };
 const double ACCEPT_PAUSE_S =
     0.05; // when no descriptor is free: the one who waits is served soon after one is
@@ -52,18 +44,8 @@ struct receiver {
     broadcaster *owner;
     receiver *next; // lock held
     ev_io watcher;  // event loop only
-    int fd;
     pid_t pid;
-    size_t room;                 // see shbf_wire_room
-    const shbf_receipt *receipt; // written by the peer: how many messages it has taken, modulo 2^32
-
-    // Lock held:
-    uint32_t sent;                         // messages, modulo 2^32
-    uint32_t read;                         // the same, as far as `lengths` has been emptied
-    uint32_t lengths[SHBFEV_LAG_MESSAGES]; // of the messages between the two, by their number
-    size_t unread_bytes;                   // their sum
-    uint32_t lost;                         // since it was last said
-    int error;                             // why nothing is sent to it any more; the event loop removes it
+    shbf_delivery delivery; // lock held, but for the descriptor and the page, which stay the same
 };
 
 struct broadcaster {
@@ -97,96 +79,6 @@ struct broadcaster {
     bool loss_pending; // the event loop has been asked for a report
     int send_error;    // what hindered us from sending, for the event loop to say; 0 = nothing
 };
-
-// ---- Sending (any thread, lock held) ----------------------------------------------------------------------
-
-// One message on its way to all receivers, with the memory file that is made when the first one needs it.
-struct outgoing {
-    const void *buffer;
-    size_t length;
-    int file; // -1 = not made, below = -errno: cannot be made
-};
-
-int file_of(outgoing *message)
-{
-    if (message->file == -1)
-        message->file = shbf_wire_file(message->buffer, message->length);
-    return message->file;
-}
-
-// Nothing more goes to this receiver: the event loop sees its socket end, and removes it.
-void give_up(receiver *peer, int error)
-{
-    peer->error = error;
-    shutdown(peer->fd, SHUT_RDWR);
-}
-
-// Takes the receipts in. A count outside what was sent is a lie.
-void take_receipts(receiver *peer)
-{
-    const uint32_t read = peer->receipt->load(std::memory_order_acquire);
-    if (read - peer->read > peer->sent - peer->read) {
-        give_up(peer, EPROTO);
-        return;
-    }
-    for (; peer->read != read; peer->read++)
-        peer->unread_bytes -= peer->lengths[peer->read % SHBFEV_LAG_MESSAGES];
-}
-
-// Whether more lies in the receiver's socket than the messages it has not read can amount to: it gave
-// receipts for messages that it did not take, and would have us pile up memory files.
-bool receipts_are_false(const receiver *peer)
-{
-    int held = 0;
-    if (ioctl(peer->fd, SIOCOUTQ, &held) != 0 || held < 0)
-        return false;
-    const size_t unread =
-        peer->sent - peer->read + 2; // the greeting, and the one that is being taken right now
-    return static_cast<size_t>(held) > unread * PACKET_COST + peer->unread_bytes * BYTE_COST;
-}
-
-// 1: sent. 0: not, which is the receiver's own affair. Negative errno: what hindered us.
-int send_to(receiver *peer, outgoing *message)
-{
-    if (!peer->error)
-        take_receipts(peer);
-    if (peer->error)
-        return 0;
-    const uint32_t unread = peer->sent - peer->read;
-    const size_t lag = peer->unread_bytes + message->length;
-    // A message larger than the limit goes to a receiver that has read everything, and to no other.
-    if (unread >= SHBFEV_LAG_MESSAGES || (unread > 0 && lag > SHBFEV_LAG_BYTES)) {
-        peer->lost++;
-        return 0;
-    }
-    int result;
-    if (message->length <= SHBF_SMALL || lag <= peer->room) {
-        result = shbf_wire_send_bytes(peer->fd, message->buffer, message->length);
-    } else if (receipts_are_false(peer)) {
-        give_up(peer, EPROTO);
-        return 0;
-    } else {
-        const int file = file_of(message);
-        result = file < 0 ? file : shbf_wire_send_file(peer->fd, file, message->length);
-    }
-    switch (-result) {
-    case 0:
-        peer->lengths[peer->sent % SHBFEV_LAG_MESSAGES] = static_cast<uint32_t>(message->length);
-        peer->sent++;
-        peer->unread_bytes += message->length;
-        return 1;
-    case EPIPE:
-    case ECONNRESET:
-    case ENOTCONN:
-        peer->error = -result; // gone; the event loop will see it, too
-        return 0;
-    case EAGAIN:
-        peer->lost++;
-        return 0;
-    default:
-        return result;
-    }
-}
 
 // ---- Errors and losses (event loop) -----------------------------------------------------------------------
 
@@ -239,8 +131,8 @@ void on_loss_report(struct ev_loop *loop, ev_timer *timer, int)
         uint32_t lost;
         {
             const shbf_locked locked(&brd->lock);
-            lost = peer->lost;
-            peer->lost = 0;
+            lost = peer->delivery.lost;
+            peer->delivery.lost = 0;
         }
         again = again || lost > 0;
         if (lost > 0)
@@ -249,7 +141,7 @@ void on_loss_report(struct ev_loop *loop, ev_timer *timer, int)
     {
         const shbf_locked locked(&brd->lock);
         for (const receiver *peer = brd->receivers; peer; peer = peer->next)
-            again = again || peer->lost > 0;
+            again = again || peer->delivery.lost > 0;
         brd->loss_pending = again;
     }
     if (again)
@@ -283,11 +175,11 @@ void free_receiver(broadcaster *brd, receiver *peer)
 {
     if (brd->loop)
         ev_io_stop(brd->loop, &peer->watcher);
-    if (peer->lost > 0)
-        log_loss(brd, peer->pid, peer->lost);
+    if (peer->delivery.lost > 0)
+        log_loss(brd, peer->pid, peer->delivery.lost);
     log_debug("[shbf] %s: receiver %d has left\n", brd->path, static_cast<int>(peer->pid));
-    close(peer->fd);
-    shbf_receipt_unmap(peer->receipt);
+    close(peer->delivery.fd);
+    shbf_receipt_unmap(peer->delivery.receipt);
     delete peer;
 }
 
@@ -307,7 +199,7 @@ void remove_receiver(broadcaster *brd, receiver *peer)
 int error_of(receiver *peer)
 {
     const shbf_locked locked(&peer->owner->lock);
-    return peer->error;
+    return peer->delivery.error;
 }
 
 void on_upstream(struct ev_loop *, ev_io *watcher, int)
@@ -317,7 +209,7 @@ void on_upstream(struct ev_loop *, ev_io *watcher, int)
     for (int turn = 0; turn < MESSAGES_A_TURN; turn++) {
         void *buffer;
         int file;
-        switch (shbf_wire_receive(peer->fd, &buffer, &file)) {
+        switch (shbf_wire_receive(peer->delivery.fd, &buffer, &file)) {
         case SHBF_NOTHING:
             return;
         case SHBF_MESSAGE: {
@@ -361,7 +253,7 @@ int take_in(broadcaster *brd, int fd, pid_t pid)
     if (!error && !peer)
         error = ENOMEM;
     if (!error) {
-        peer->room = shbf_wire_room(fd);
+        peer->delivery.room = shbf_wire_room(fd);
         error = -shbf_wire_send_greeting(fd, file);
     }
     if (file >= 0)
@@ -374,9 +266,9 @@ int take_in(broadcaster *brd, int fd, pid_t pid)
         return error == EPIPE || error == ECONNRESET ? 0 : error;
     }
     peer->owner = brd;
-    peer->fd = fd;
+    peer->delivery.fd = fd;
     peer->pid = pid;
-    peer->receipt = receipt;
+    peer->delivery.receipt = receipt;
     ev_io_init(&peer->watcher, on_upstream, fd, EV_READ);
     peer->watcher.data = peer;
     ev_io_start(brd->loop, &peer->watcher);
@@ -559,20 +451,20 @@ int shbfev_brd_broadcast_message(void *handle, const void *buffer, size_t length
     if (!brd->started)
         return -ENOTCONN;
     const shbf_no_cancel guard;
-    outgoing message = {buffer, length, -1};
+    shbf_outgoing message = {buffer, length, -1};
     // A large one is copied before the lock, where that holds up nobody.
     if (length > SHBF_BYTES_MAX && shbfev_brd_receivers(brd) > 0)
-        (void)file_of(&message);
+        (void)shbf_outgoing_file(&message);
     int error = 0;
     bool sent = false;
     {
         const shbf_locked locked(&brd->lock);
         bool lost = false;
         for (receiver *peer = brd->receivers; peer; peer = peer->next) {
-            const int result = send_to(peer, &message);
+            const int result = shbf_delivery_send(&peer->delivery, &message);
             sent = sent || result > 0;
             error = result < 0 ? -result : error;
-            lost = lost || peer->lost > 0;
+            lost = lost || peer->delivery.lost > 0;
         }
         const bool wake = (lost && !brd->loss_pending) || (error && !brd->send_error);
         brd->loss_pending = brd->loss_pending || lost;
