@@ -417,6 +417,25 @@ TEST_F(NetworkTest, AllocationsOfInitMayFailOneByOne)
     }
 }
 
+TEST_F(NetworkTest, TheLastAllocationIsTheOutputsAndMayFailToo)
+{
+    init();
+    Release_Network(&handle);
+    heap_watch::fail_at(-1);
+    ASSERT_EQ(Init_Network(&handle, &config), 0);
+    const int last = heap_watch::calls - 1;
+    Release_Network(&handle);
+    said();
+    const int64_t before = heap_watch::live_blocks;
+    heap_watch::fail_at(last);
+    const int result = Init_Network(&handle, &config);
+    heap_watch::fail_at(-1);
+    EXPECT_EQ(heap_watch::live_blocks, before);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(said(), "Error: Failed to activate model.\n");
+}
+
 // Row buffers of a few kilobytes the library takes for granted; the memory check is what stands before them.
 TEST_F(NetworkTest, APassThatMissesABlobsMemoryEndsAsAnError)
 {
