@@ -10,7 +10,7 @@ struct AVFrame;
 enum {
     GENERATED_WIDTH = 640,
     GENERATED_HEIGHT = 384,
-    GENERATED_STEP_MS = 40,     // between two pictures
+    GENERATED_STEP_MS = 100,    // between two pictures
     GENERATED_CYCLE_MS = 20000, // then all begins again
     // Within a cycle, when something moves; from the later edge of one to the next nothing does.
     GENERATED_DISC_FROM_MS = 3000,

@@ -118,4 +118,5 @@ void output_stop(void)
     record_stop();
     window_stop();
     status_stop();
+    overlay_exit();
 }

@@ -2,6 +2,7 @@
 #include "overlay.h"
 
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 #include <string>
 
 #include "event_channels.h"
@@ -79,4 +80,10 @@ void overlay_draw(uint32_t *pixels, const frame_result *result)
     cairo_destroy(pen);
     cairo_surface_finish(surface);
     cairo_surface_destroy(surface);
+}
+
+void overlay_exit(void)
+{
+    cairo_debug_reset_static_data();
+    FcFini();
 }

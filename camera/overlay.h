@@ -12,5 +12,7 @@ enum { VIEW_SCALE = 2, VIEW_WIDTH = 640, VIEW_HEIGHT = 384 };
 // Draws boxes, events and the source's time into a picture of VIEW_WIDTH x VIEW_HEIGHT as picture_to_view
 // makes it. Event loop only.
 void overlay_draw(uint32_t *pixels, const frame_result *result);
+// Gives back what the font libraries keep between calls.
+void overlay_exit(void);
 
 #endif

@@ -168,7 +168,11 @@ frame_result result(int boxes, const std::vector<std::string> &events)
     return result;
 }
 
-TEST(Overlay, BoxesLieAtTwiceTheirPlace)
+struct Overlay : testing::Test {
+    ~Overlay() override { overlay_exit(); }
+};
+
+TEST_F(Overlay, BoxesLieAtTwiceTheirPlace)
 {
     View view = plain(0x808080);
     const frame_result one = result(1, {"PeopleMotion"});
@@ -180,7 +184,7 @@ TEST(Overlay, BoxesLieAtTwiceTheirPlace)
     EXPECT_EQ(at(view, 250, 330), 0x808080u) << "below";
 }
 
-TEST(Overlay, WithoutBoxesNoneIsDrawn)
+TEST_F(Overlay, WithoutBoxesNoneIsDrawn)
 {
     View view = plain(0x808080);
     const frame_result none = result(0, {});
@@ -200,7 +204,7 @@ int count(const View &view, uint32_t colour)
     return number;
 }
 
-TEST(Overlay, EventsAreNamedInTheirColours)
+TEST_F(Overlay, EventsAreNamedInTheirColours)
 {
     const uint32_t amber = 0xffbf33, white = 0xffffff;
     View people = plain(0x808080), motion = people, other = people, lost = people, nothing = people;

@@ -235,10 +235,10 @@ TEST_F(Source, WithoutAFileItIsTheGeneratedScene)
     uint64_t time;
     const int room = take(0, &time);
     EXPECT_GT(room, 0);
-    EXPECT_EQ(take(79, &time), room);
-    EXPECT_EQ(time, 40u);
+    EXPECT_EQ(take(199, &time), room);
+    EXPECT_EQ(time, 100u);
     EXPECT_EQ(take(123456, &time), room);
-    EXPECT_EQ(time, 123440u);
+    EXPECT_EQ(time, 123400u);
     EXPECT_FALSE(source_is_live());
 }
 
