@@ -120,7 +120,7 @@ def run(rank, a):
     torch.manual_seed(1)
     net = Net().to(memory_format=torch.channels_last)
     if a.resume:
-        net.load_state_dict(torch.load(a.resume)["ema"])
+        net.load_state_dict(torch.load(a.resume)["ema"])  # half precision is widened by the copy
     ema = {k: v.detach().clone().float() for k, v in net.state_dict().items()}
     decay, plain = [], []
     for k, v in net.named_parameters():
