@@ -135,6 +135,15 @@ bool push(AVFrame *frame, uint64_t time_ms)
     return !source.quit;
 }
 
+// The time that was asked for last.
+uint64_t wanted(void)
+{
+    pthread_mutex_lock(&source.mutex);
+    const uint64_t time_ms = source.wanted_ms;
+    pthread_mutex_unlock(&source.mutex);
+    return time_ms;
+}
+
 void finish(bool failed)
 {
     pthread_mutex_lock(&source.mutex);
@@ -474,6 +483,7 @@ void *draw_source(void *)
 {
     (void)prctl(PR_SET_NAME, "source");
     for (uint64_t number = 0;; number++) {
+        number = std::max(number, wanted() / GENERATED_STEP_MS); // what nobody will look at is not drawn
         const uint64_t time_ms = number * GENERATED_STEP_MS;
         AVFrame *frame = generated_picture(time_ms);
         if (!frame) {
