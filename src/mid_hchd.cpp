@@ -78,7 +78,7 @@ struct detection_state {
 };
 detection_state state;
 std::atomic<bool> quit;    // fini to task: end at the next look
-std::atomic<bool> running; // task to fini: the thread still waits for elements
+std::atomic<bool> running; // task to fini: the thread, if it was started, still waits for elements
 
 // ---- Motion ----------------------------------------------------------------------------------------------------------
 
@@ -315,10 +315,8 @@ int mid_hchd_init(int)
     Set_Area_Constraint(state.network, MIN_INPUT_AREA, MAX_INPUT_AREA);
     running = true;
     state.thread_started = pthread_create(&state.thread, nullptr, mid_hchdfd_Task, nullptr) == 0;
-    if (!state.thread_started) {
-        running = false;
+    if (!state.thread_started)
         log_err("[%s] the detection thread could not be created\n", __func__);
-    }
     return 0;
 }
 

@@ -77,6 +77,16 @@ class MidHchd : public testing::Test
         ASSERT_TRUE(r.wait_until_idle());
         ASSERT_EQ(mid_hchd_fini(), 0);
     }
+    // From here on the journal also tells what had been said.
+    void note_what_is_said()
+    {
+        r.said = [this] {
+            std::string all = out.text();
+            for (const std::string &line : log.texts())
+                all += line;
+            return all;
+        };
+    }
     // The journal from the first take to the last give.
     Journal frames_journal() const
     {
@@ -222,6 +232,20 @@ TEST_F(MidHchd, NoDetector)
     EXPECT_EQ(r.enqueues.size(), 0u);
 }
 
+TEST_F(MidHchd, InitBeginsWithNothing)
+{
+    r.init_network = -1;
+    EXPECT_EQ(mid_hchd_init(2), -1);
+    r.init_network = 0;
+    r.no_thread = true;
+    r.create = -1; // no pictures this time
+    EXPECT_EQ(mid_hchd_init(2), 0);
+    mid_hchd_fini();
+    ASSERT_THAT(r.freed, SizeIs(3));
+    for (const mi_ive_image &image : r.freed)
+        EXPECT_EQ(image.virt_addr[0], nullptr);
+}
+
 TEST_F(MidHchd, NoThread)
 {
     r.no_thread = true;
@@ -301,10 +325,12 @@ TEST_F(MidHchd, APictureCannotBeHad)
         {"Can't allocate output buffer 1\n",
          {"picture 10", "picture 9", "picture 0", "picture free 9", "picture free 10", "ive destroy 0"}},
     };
+    note_what_is_said();
     for (int fails = 1; fails <= 3; fails++) {
         SCOPED_TRACE(fails);
         const auto &c = cases[fails - 1];
         r.journal.clear();
+        r.said_before.clear();
         r.pictures.clear();
         r.freed.clear();
         r.picture_fails = fails;
@@ -323,6 +349,8 @@ TEST_F(MidHchd, APictureCannotBeHad)
         EXPECT_EQ(Journal(r.journal.begin(), r.journal.begin() + static_cast<long>(expected.size())),
                   expected);
         EXPECT_EQ(out.text().substr(0, strlen(c.message)), c.message);
+        EXPECT_EQ(r.said_before_line(c.journal.back()), c.message);
+        EXPECT_EQ(r.said_before_line(c.journal[static_cast<size_t>(fails)]), c.message); // what comes next
         EXPECT_THAT(only({"track", "event"}), ElementsAre("track 0"));
         const size_t freed_before = r.freed.size();
         mid_hchd_fini();
@@ -458,6 +486,26 @@ TEST_F(MidHchd, OnlyTheQuitTypeEndsTheTask)
     EXPECT_THAT(only({"sad"}), ElementsAre("sad 0 1", "sad 2 1", "sad 2 3", "sad 4 3"));
 }
 
+TEST_F(MidHchd, TheEndIsToldInOrder)
+{
+    note_what_is_said();
+    r.frames = {frame(), quit()};
+    ASSERT_EQ(mid_hchd_init(2), 0);
+    ASSERT_TRUE(r.wait_until_gone());
+    const std::string first = first_frame_line(r, 0);
+    EXPECT_EQ(r.said_before_line("take 0"), "");
+    EXPECT_EQ(r.said_before_line("take 1"), first);
+    EXPECT_EQ(r.said_before_line("give 1"), first + "recv cmd quit\n");
+    EXPECT_EQ(r.said_before_line("give 0"), first + "recv cmd quit\n"); // "quit!" is the very last
+    const std::string before = out.text();
+    EXPECT_EQ(before, first + "recv cmd quit\nquit!\n");
+    mid_hchd_fini();
+    EXPECT_EQ(r.said_before_line("picture free 9"), before + "line[1954] ret=0\n");
+    EXPECT_EQ(r.said_before_line("picture free 0"), before + "line[1954] ret=0\nline[1957] ret=0\n");
+    EXPECT_EQ(r.said_before_line("network release"),
+              before + "line[1954] ret=0\nline[1957] ret=0\nline[1960] ret=0\n");
+}
+
 // ---- Frames come and go ----------------------------------------------------------------------------------
 
 TEST_F(MidHchd, TheNewestIsComparedWithTheOneBeforeIt)
@@ -545,6 +593,7 @@ TEST_F(MidHchd, FramesThatAreTooShortAreDropped)
     whole.size = 92160;
     shorter.size = 92159;
     nothing.size = 0;
+    note_what_is_said();
     run({shorter, whole, nothing, shorter, whole});
     EXPECT_THAT(frames_journal(),
                 ElementsAre("take 0", "give 0", "take 1", "take 2", "give 2", "take 3", "give 3", "take 4",
@@ -554,6 +603,7 @@ TEST_F(MidHchd, FramesThatAreTooShortAreDropped)
     const LogCapture::Line line0 = {NARO_LOG_ERR,
                                     "[frame_take] a frame of 0 bytes is no analysis picture, dropped\n"};
     EXPECT_THAT(log.lines(), ElementsAre(line, line0, line));
+    EXPECT_EQ(r.said_before_line("give 0"), line.text);
     EXPECT_THAT(clock.sleeps(), IsEmpty());
 }
 

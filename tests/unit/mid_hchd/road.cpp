@@ -54,6 +54,7 @@ template <typename Condition> bool wait_for(Condition condition)
 void note(const std::string &line)
 {
     road->journal.push_back(line);
+    road->said_before.push_back(road->said ? road->said() : "");
     pthread_cond_broadcast(&changed);
 }
 
@@ -133,6 +134,13 @@ bool Road::wait_until_gone()
             return true;
     }
     return false;
+}
+
+std::string Road::said_before_line(const std::string &line) const
+{
+    const auto at = std::find(journal.begin(), journal.end(), line);
+    return at == journal.end() ? "no such line"
+                               : said_before[static_cast<size_t>(std::distance(journal.begin(), at))];
 }
 
 void Road::more(const std::vector<Step> &steps)

@@ -101,8 +101,12 @@ struct Road {
     // Called on the task's thread, with no lock held, at the end of each of these calls.
     std::function<void()> on_track, on_take_fails, on_give;
 
+    // What has been printed and logged so far; noted with each line of the journal when set.
+    std::function<std::string()> said;
+
     // What happened.
     std::vector<std::string> journal;
+    std::vector<std::string> said_before; // each line of the journal
     std::vector<SadCall> sads;
     std::vector<CscCall> cscs;
     std::vector<ForwardCall> forwards;
@@ -121,6 +125,8 @@ struct Road {
     bool wait_until(const std::string &line);
     bool wait_until_gone();
     bool wait_until_enqueued();
+    // What had been said when the journal's first line of this text was written.
+    std::string said_before_line(const std::string &line) const;
     // More steps for a task that waits.
     void more(const std::vector<Step> &steps);
 
