@@ -22,15 +22,20 @@
 
 enum { RECEIPT_BYTES = 4096 };
 
+size_t shbf_wire_room_of(int granted)
+{
+    return granted > 0 ? std::min<size_t>(static_cast<size_t>(granted) / 3, SHBF_BYTES_MAX) : 0;
+}
+
 size_t shbf_wire_room(int fd)
 {
     const int wanted = SHBF_SEND_BUFFER;
     int granted = 0;
     socklen_t size = sizeof granted;
     (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
-    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &granted, &size) != 0 || granted < 0)
+    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &granted, &size) != 0)
         return 0;
-    return std::min<size_t>(static_cast<size_t>(granted) / 3, SHBF_BYTES_MAX);
+    return shbf_wire_room_of(granted);
 }
 
 static int send_packet(int fd, uint16_t kind, const void *buffer, size_t length, int file)

@@ -49,9 +49,11 @@ static_assert(shbf_receipt::is_always_lock_free, "shared between processes");
 
 // ---- Sockets ----------------------------------------------------------------------------------------------
 // Sets the send buffer of a channel's socket and returns up to how many unread bytes in all may lie in packets
-// on it. A third of what the kernel grants: its account holds a packet at up to twice its size and a little,
-// and 64 small packets must find room beside them. Any thread.
+// on it. Any thread.
 size_t shbf_wire_room(int fd);
+// The rule behind it. A third of what the kernel grants: its account holds a packet at up to twice its size and
+// a little, and 64 small packets must find room beside them.
+size_t shbf_wire_room_of(int granted);
 // Sends one packet without waiting: 0, or a negative errno (-EAGAIN: the peer does not read). Any thread.
 int shbf_wire_send_greeting(int fd, int receipt_file);
 int shbf_wire_send_bytes(int fd, const void *buffer, size_t length);

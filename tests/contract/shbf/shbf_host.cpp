@@ -2,6 +2,7 @@
 // retries and reports, log lines to the letter, and what happens when descriptors run out.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -302,6 +303,30 @@ TEST_F(ShbfPath, LockDeletedByHandDoesNotGiveTheLivingAway)
     EXPECT_EQ(brd.receivers(), 1);
 }
 
+// Between its bind and its listen a starting broadcaster looks dead; its lock says that it is not.
+TEST_F(ShbfPath, HeldLockIsALivingBroadcaster)
+{
+    Loop loop;
+    const File stale(raw_socket());
+    sockaddr_un address;
+    socklen_t size;
+    ASSERT_EQ(shbf_path_address(path, &address, &size), 0);
+    ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr *>(&address), size), 0);
+    Broadcaster brd(path);
+    {
+        const File lock(open((root + path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        ASSERT_EQ(flock(lock, LOCK_EX), 0);
+        EXPECT_EQ(brd.start(loop), -EADDRINUSE);
+        EXPECT_EQ(access((root + path).c_str(), F_OK), 0);
+    }
+    EXPECT_EQ(brd.start(loop), 0);
+    // And from now on it holds the lock itself, until its end.
+    const File lock(open((root + path + ".lock").c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(flock(lock, LOCK_EX | LOCK_NB), -1);
+    brd.destroy();
+    EXPECT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);
+}
+
 TEST_F(ShbfPath, SocketOfAnotherProgramIsTakenOnlyWhenDead)
 {
     Loop loop;
@@ -428,12 +453,19 @@ TEST_F(ShbfPath, StartThatFailsSaysWhyAndLeavesNothing)
 
 TEST_F(ShbfWire, RoomIsAThirdOfWhatTheKernelGrants)
 {
+    EXPECT_EQ(shbf_wire_room_of(0), 0u);
+    EXPECT_EQ(shbf_wire_room_of(-1), 0u);
+    EXPECT_EQ(shbf_wire_room_of(4608), 1536u);
+    EXPECT_EQ(shbf_wire_room_of(327680), 109226u); // the default of a 32-bit machine: room for a frame
+    EXPECT_EQ(shbf_wire_room_of(393215), 131071u);
+    EXPECT_EQ(shbf_wire_room_of(393216), 131072u);
+    EXPECT_EQ(shbf_wire_room_of(4000000), 131072u);
     const File fd(raw_socket());
     const size_t room = shbf_wire_room(fd);
     int granted = 0;
     socklen_t size = sizeof granted;
     ASSERT_EQ(getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &granted, &size), 0);
-    EXPECT_EQ(room, std::min<size_t>(static_cast<size_t>(granted) / 3, 131072));
+    EXPECT_EQ(room, shbf_wire_room_of(granted));
     EXPECT_EQ(shbf_wire_room(-1), 0u);
 }
 
@@ -927,6 +959,34 @@ TEST_F(ShbfRhythm, LossesAreSaidOnceASecond)
     EXPECT_EQ(clock.armed_timers(), 0u);
 }
 
+TEST_F(ShbfRhythm, ErrorsDoNotPutTheReportOff)
+{
+    FakeClock clock;
+    LogCapture log;
+    Loop loop, slow;
+    Broadcaster brd(path);
+    ASSERT_EQ(brd.start(loop), 0);
+    Receiver lagging(slow, path), rcv(loop, path);
+    ASSERT_TRUE(meet(loop, lagging, &slow) && meet(loop, rcv));
+    for (int i = 0; i < 65; i++) {
+        EXPECT_EQ(brd.send("x"), 0);
+        loop.run_ready();
+    }
+    clock.advance_ms(600);
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(brd.send(std::string(200000, 'x')), -EMFILE);
+        loop.run_ready();
+        EXPECT_EQ(brd.errors.size(), 1u);
+    }
+    clock.advance_ms(399);
+    const std::string line =
+        "[shbf] /run/channel: receiver " + std::to_string(getpid()) + " does not keep up: 2 messages lost\n";
+    EXPECT_FALSE(log.has(line));
+    clock.advance_ms(1);
+    EXPECT_TRUE(log.has(NARO_LOG_WARNING, line));
+}
+
 TEST_F(ShbfRhythm, TwoSlowReceiversAreEachSaid)
 {
     FakeClock clock;
@@ -973,6 +1033,21 @@ TEST_F(ShbfRhythm, SameErrorIsRaisedOnceASecond)
     offend();
     EXPECT_EQ(brd.errors.size(), 2u);
     EXPECT_EQ(log.count(line_of("a receiver does not keep to the protocol", EPROTO)), 2u);
+    // Another one is raised at once.
+    Receiver rcv(loop, path);
+    ASSERT_TRUE(meet(loop, rcv));
+    const NoDescriptors none;
+    const std::string large(200000, 'x');
+    EXPECT_EQ(brd.send(large), -EMFILE);
+    loop.run_ready();
+    ASSERT_EQ(brd.errors.size(), 3u);
+    EXPECT_EQ(brd.errors[2], (std::pair<int, int>{EMFILE, EMFILE}));
+    EXPECT_EQ(clock.armed_timers(), 0u); // nothing was lost by a receiver's own fault
+    // And again when it is still so a second later.
+    clock.advance_ms(1000);
+    EXPECT_EQ(brd.send(large), -EMFILE);
+    loop.run_ready();
+    EXPECT_EQ(brd.errors.size(), 4u);
 }
 
 TEST_F(ShbfRhythm, LastingTroubleWithConnectingIsSaidOnceAMinute)
