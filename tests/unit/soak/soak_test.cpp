@@ -17,7 +17,8 @@
 #include "queues.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// The sanitizer's own; not every compiler brings the header that declares it.
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
 static long live_bytes()
 {
     return static_cast<long>(__sanitizer_get_current_allocated_bytes());
