@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <json-c/json.h>
 #include <memory>
+#include <string_view>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -19,17 +20,17 @@ struct action_row {
     const char *name;
     scenario_action action;
     const char *member; // the number that goes with it; null: none
-    bool wanted;        // it must be there
     int64_t fallback, smallest, largest;
+    bool wanted; // it must be there
 };
 const action_row actions[] = {
-    {"refuse", SCENARIO_REFUSE, "ret", false, 1, INT32_MIN, INT32_MAX},
-    {"delay", SCENARIO_DELAY, "ms", true, 0, 0, SCENARIO_DELAY_MAX},
-    {"short", SCENARIO_SHORT, "bytes", true, 0, 0, NARO_IPC_MAX_REPLY - 1},
-    {"number", SCENARIO_NUMBER, "number", true, 0, 0, UINT32_MAX},
-    {"close", SCENARIO_CLOSE, "bytes", false, 0, 0, NARO_IPC_MAX_REPLY},
-    {"surplus", SCENARIO_SURPLUS, "bytes", true, 0, 1, SCENARIO_SURPLUS_MAX},
-    {"data", SCENARIO_DATA, nullptr, false, 0, 0, 0},
+    {"refuse", SCENARIO_REFUSE, "ret", 1, INT32_MIN, INT32_MAX, false},
+    {"delay", SCENARIO_DELAY, "ms", 0, 0, SCENARIO_DELAY_MAX, true},
+    {"short", SCENARIO_SHORT, "bytes", 0, 0, NARO_IPC_MAX_REPLY - 1, true},
+    {"number", SCENARIO_NUMBER, "number", 0, 0, UINT32_MAX, true},
+    {"close", SCENARIO_CLOSE, "bytes", 0, 0, NARO_IPC_MAX_REPLY, false},
+    {"surplus", SCENARIO_SURPLUS, "bytes", 0, 1, SCENARIO_SURPLUS_MAX, true},
+    {"data", SCENARIO_DATA, nullptr, 0, 0, 0, false},
 };
 
 // Where an error is, and room for saying it.
@@ -47,6 +48,7 @@ __attribute__((format(printf, 2, 3))) int fail(const reader *at, const char *for
     va_list arguments;
     va_start(arguments, format);
     if (used < at->error_size)
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see va_start
         vsnprintf(at->error + used, at->error_size - used, format, arguments);
     va_end(arguments);
     return -1;
@@ -194,7 +196,9 @@ int scenario_parse(const char *text, size_t length, scenario *result, char *erro
         json_tokener_parse_ex(parser.get(), text, static_cast<int>(length)), json_object_put);
     json_tokener_error problem = json_tokener_get_error(parser.get());
     const size_t end = json_tokener_get_parse_end(parser.get());
-    if (problem == json_tokener_success && strspn(text + end, " \t\r\n") != length - end)
+    // The text has no terminator: what follows the value is looked at by its length.
+    if (problem == json_tokener_success &&
+        std::string_view(text + end, length - end).find_first_not_of(" \t\r\n") != std::string_view::npos)
         problem = json_tokener_error_parse_unexpected;
     if (problem != json_tokener_success) {
         size_t line = 1;
