@@ -4,11 +4,11 @@
 #include <errno.h>
 #include <json-c/json.h>
 #include <memory>
-#include <string_view>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <string>
+#include <string_view>
 
 #include "desk.h"
 #include "ipc_request.h"
