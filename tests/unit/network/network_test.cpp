@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <layer_type.h>
@@ -772,6 +773,37 @@ TEST_F(NetworkTest, OtherCountsOfChannelsAreRefused)
     EXPECT_TRUE(world.checks.empty());
 }
 
+TEST_F(NetworkTest, AGrayModelRefusesOtherCountsToo)
+{
+    init();
+    for (int color : {1, 2})
+        for (int channels : {0, 2, 4}) {
+            handle->model.input_color = color;
+            EXPECT_EQ(Forward_Network(handle, picture(32, 32, 4).data(), 32, 32, channels), -1);
+            EXPECT_EQ(said(), "Error: Only support input color = 1 (Gray) or 3 (RGB/BGR).\n");
+        }
+    EXPECT_EQ(Forward_Network(handle, picture(32, 32, 4).data(), 32, 32, 1), -1); // color 2
+    EXPECT_EQ(said(), "Error: Only support input color = 1 (Gray) or 3 (RGB/BGR).\n");
+}
+
+TEST_F(NetworkTest, APictureOfWhichOneSideFitsIsResizedAllTheSame)
+{
+    init();
+    for (const auto &[height, width] : {std::pair(128, 100), std::pair(100, 192)}) {
+        ASSERT_EQ(Forward_Network(handle, picture(height, width).data(), height, width, 3), 0);
+        EXPECT_EQ(handle->outputs[0].w, 6);
+        EXPECT_EQ(handle->outputs[0].h, 4);
+    }
+}
+
+TEST_F(NetworkTest, TheLongestSideIs32767)
+{
+    init();
+    EXPECT_EQ(Forward_Network(handle, picture(2, 32767).data(), 2, 32767, 3), 0);
+    EXPECT_EQ(Forward_Network(handle, picture(32767, 2).data(), 32767, 2, 3), 0);
+    EXPECT_EQ(said(), "");
+}
+
 TEST_F(NetworkTest, StrideIsInPixelsAndMayNotBeLessThanTheWidth)
 {
     init(colours());
@@ -1164,6 +1196,24 @@ TEST_F(OtherKinds, AFeatureExtractorGivesItsFeature)
     EXPECT_EQ(said(), "Error: Current model is not a classifier, cannot use Get_Prob().\n");
     EXPECT_EQ(Get_Num_Classes(handle), 0);
     EXPECT_EQ(said(), "Error: Only classifier and detector have the number of classes.\n");
+}
+
+TEST_F(OtherKinds, AFeatureOfSeveralRowsGoesRowByRow)
+{
+    start(NN_FEATURE_EXTRACTOR);
+    config.input_height = 96;
+    std::vector<uint8_t> pixels = picture(96, 64);
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 2; ++column)
+            pixels[static_cast<size_t>((row * 32 * 64 + column * 32) * 3)] =
+                static_cast<uint8_t>(51 * (2 * row + column));
+    ASSERT_EQ(Forward_Network(handle, pixels.data(), 96, 64, 3), 0);
+    EXPECT_EQ(Get_Feature_Size(handle), 18);
+    float values[18] = {};
+    EXPECT_EQ(Get_Feature(handle, values, 18), 18);
+    for (int channel = 0; channel < 3; ++channel)
+        for (int cell = 0; cell < 6; ++cell)
+            EXPECT_NEAR(values[6 * channel + cell], 1 + channel + 0.2 * cell, 1e-5);
 }
 
 TEST_F(OtherKinds, DetectorsOnlyCountTheirClasses)
