@@ -130,8 +130,10 @@ bool Road::wait_until_gone()
             fclose(file);
         }
         closedir(dir);
-        if (!there)
+        if (!there) {
+            Lock lock; // what the thread wrote under it can be read from here on
             return true;
+        }
     }
     return false;
 }
