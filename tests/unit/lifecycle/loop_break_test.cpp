@@ -45,7 +45,7 @@ class MediaServer
     {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
-        strcpy(address.sun_path + 1, NARO_IPC_SOCKET_NAME);
+        memcpy(address.sun_path + 1, NARO_IPC_SOCKET_NAME, sizeof NARO_IPC_SOCKET_NAME);
         listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
             listen(listener, 4) != 0) {
