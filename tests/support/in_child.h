@@ -19,10 +19,12 @@
 
 #include <errno.h>
 #include <functional>
+#include <signal.h>
 #include <stdexcept>
 #include <stdio.h>
 #include <string>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,6 +59,7 @@ inline ChildResult in_child(const std::function<void()> &piece)
     if (pid < 0)
         throw std::runtime_error("no child could be made");
     if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is ended for taking too long leaves nobody behind
         dup2(out, STDOUT_FILENO);
         dup2(err, STDERR_FILENO);
         piece();

@@ -33,8 +33,8 @@ enum {
     ACCEPTS_A_TURN = 16,  // of the event loop, so that it serves others between
     MESSAGES_A_TURN = 64, // from one receiver
 };
-const double ACCEPT_PAUSE_S =
-    0.05; // when no descriptor is free: the one who waits is served soon after one is
+// When no descriptor is free: the one who waits is served soon after one is.
+const double ACCEPT_PAUSE_S = 0.05;
 const double LOSS_REPORT_S = 1.;
 const uint64_t SAME_ERROR_MS = 1000;
 

@@ -1,6 +1,7 @@
 // Files under the root, and the faults that tests put into file calls.
 #include "naro_util.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -69,7 +70,7 @@ const char *rooted(const char *path, char *room)
     if (*path != '/' || !*root)
         return path;
     const int length = snprintf(room, PATH_MAX, "%s%s", root, path);
-    if (length < 0 || length >= PATH_MAX) {
+    if (length >= PATH_MAX) {
         errno = ENAMETOOLONG;
         return nullptr;
     }
@@ -80,10 +81,8 @@ const char *rooted(const char *path, char *room)
 const char *rooted_for_open(const char *path, char *room)
 {
     const char *real = rooted(path, room);
-    const int saved_errno = errno;
     if (real == room && strcmp(path, "/proc/meminfo") == 0 && access(real, F_OK) != 0)
         real = path;
-    errno = saved_errno;
     return real;
 }
 
@@ -91,20 +90,28 @@ const char *rooted_for_open(const char *path, char *room)
 bool fails(const char *call, const char *path)
 {
     const int verdict = state.fault ? state.fault(state.fault_context, call, path ? path : "") : 0;
-    if (verdict > 0)
-        errno = verdict;
-    return verdict > 0;
+    if (verdict <= 0)
+        return false;
+    errno = verdict;
+    return true;
+}
+
+// Where the path of `fd` is kept, with the descriptor's file in `status`; null when it can have no such place.
+known_file *place_of(int fd, struct stat *status)
+{
+    return fd >= 0 && fd < KNOWN_FILES && fstat(fd, status) == 0 ? &state.known[fd] : nullptr;
 }
 
 void remember(int fd, const char *path)
 {
     struct stat status;
-    if (!state.fault || fd < 0 || fd >= KNOWN_FILES || fstat(fd, &status) != 0)
+    known_file *file = state.fault ? place_of(fd, &status) : nullptr;
+    if (!file)
         return;
     char *copy = strdup(path);
     pthread_mutex_lock(&state.known_lock);
-    free(state.known[fd].path);
-    state.known[fd] = {copy, status.st_dev, status.st_ino};
+    free(file->path);
+    *file = {copy, status.st_dev, status.st_ino};
     pthread_mutex_unlock(&state.known_lock);
 }
 
@@ -113,12 +120,12 @@ const char *known_path(int fd, char *room)
 {
     room[0] = '\0';
     struct stat status;
-    if (fd < 0 || fd >= KNOWN_FILES || fstat(fd, &status) != 0)
+    const known_file *file = place_of(fd, &status);
+    if (!file)
         return room;
     pthread_mutex_lock(&state.known_lock);
-    const known_file &file = state.known[fd];
-    if (file.path && file.device == status.st_dev && file.inode == status.st_ino)
-        snprintf(room, PATH_MAX, "%s", file.path);
+    if (file->path && file->device == status.st_dev && file->inode == status.st_ino)
+        snprintf(room, PATH_MAX, "%s", file->path);
     pthread_mutex_unlock(&state.known_lock);
     return room;
 }
@@ -135,11 +142,8 @@ bool may_move(const char *call, int fd, size_t *length)
         errno = verdict;
         return false;
     }
-    if (verdict < 0) {
-        const size_t most = static_cast<size_t>(-(verdict + 1));
-        if (*length > most)
-            *length = most;
-    }
+    if (verdict < 0)
+        *length = std::min(*length, static_cast<size_t>(-(verdict + 1)));
     return true;
 }
 

@@ -110,6 +110,9 @@ class Loop
             ev_run(ev, EVRUN_NOWAIT);
     }
 
+    // From here on only what is under test keeps the loop active.
+    void stop_ticking() { ev_timer_stop(ev, &tick); }
+
     struct ev_loop *ev;
 
   private:

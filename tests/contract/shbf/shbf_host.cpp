@@ -733,6 +733,23 @@ TEST_F(ShbfWire, BroadcasterThatSendsGarbageIsLeft)
     }
 }
 
+TEST_F(ShbfWire, BroadcasterGreetsOnce)
+{
+    LogCapture log;
+    Loop loop;
+    Receiver rcv(loop, path, false);
+    RawBroadcaster raw(path);
+    ASSERT_EQ(shbfev_rcv_start(rcv.handle), 0);
+    ASSERT_TRUE(raw.accepted(loop));
+    raw.greet();
+    ASSERT_TRUE(meet(loop, rcv));
+    raw.greet();
+    ASSERT_TRUE(loop.run_until([&] { return raw.left(); }));
+    EXPECT_EQ(rcv.closed, 1);
+    EXPECT_TRUE(log.has(NARO_LOG_WARNING, line_of("the broadcaster's greeting is wrong", EPROTO)));
+    EXPECT_EQ(mapped_memory_files(), 0u);
+}
+
 TEST_F(ShbfWire, GreetingThatIsNotOneIsNoConnection)
 {
     const struct {
@@ -1146,6 +1163,7 @@ TEST_F(ShbfLimits, MessageThatCannotBeMadeIsAnError)
         EXPECT_EQ(brd.send(large), -EMFILE);
         EXPECT_EQ(brd.send(large), -EMFILE);
         EXPECT_EQ(rcv.send(large), -EMFILE);
+        EXPECT_EQ(rcv.send(std::string(92224, 'f')), 0); // goes with its bytes and needs none
         EXPECT_EQ(brd.send("small"), 0);
         loop.run_ready();
     }
@@ -1287,6 +1305,29 @@ TEST_F(ShbfEnd, BroadcasterMayBeDestroyedInItsErrorCallback)
     }
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(mapped_memory_files(), 0u);
+}
+
+// Nothing of either end stays on the loop, whatever it was about to do.
+TEST_F(ShbfEnd, NoWatcherIsLeftBehind)
+{
+    LogCapture log;
+    Loop loop, slow;
+    Broadcaster brd(path);
+    ASSERT_EQ(brd.start(loop), 0);
+    Receiver lagging(slow, path), searching(loop, "/run/nobody");
+    ASSERT_TRUE(meet(loop, lagging, &slow));
+    for (int i = 0; i < 65; i++)
+        EXPECT_EQ(brd.send("x"), 0); // the loss is to be reported
+    RawReceiver raw(path);
+    {
+        const NoDescriptors none; // and the door is closed for a while
+        ASSERT_TRUE(loop.run_until([&] { return !brd.errors.empty(); }));
+    }
+    loop.stop_ticking();
+    EXPECT_NE(ev_run(loop.ev, EVRUN_NOWAIT), 0); // some are active,
+    brd.destroy();
+    searching.destroy();
+    EXPECT_EQ(ev_run(loop.ev, EVRUN_NOWAIT), 0); // and now none
 }
 
 TEST_F(ShbfEnd, ReceiverThatComesAndGoesAtOnceIsNoError)

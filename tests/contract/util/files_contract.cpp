@@ -1,18 +1,22 @@
 // What every implementation of the file calls owes to its callers where there is no root: the C library's
 // behaviour, parents made on demand, and faults wherever a test asks for one.
+#include <atomic>
 #include <errno.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include "heap_use.h"
+#include "in_child.h"
 #include "naro_util.h"
 
 namespace
@@ -325,7 +329,7 @@ TEST_F(Files, a_fault_makes_any_call_fail_with_any_error_and_do_nothing)
     naro_file_set_fault(answer, &plan);
     const int fd = naro_open(path.c_str(), O_RDWR, 0);
     ASSERT_GE(fd, 0);
-    for (int error : {EIO, ENOSPC, EINTR}) {
+    for (int error : {EPERM, EIO, ENOSPC, EINTR}) {
         plan.verdict = error;
         char buf[8] = "";
         const struct {
@@ -441,6 +445,79 @@ TEST_F(Files, the_path_of_a_descriptor_from_elsewhere_is_unknown)
     EXPECT_EQ(plan.asked.back(), "read ");
     EXPECT_EQ(naro_read(1000000, buf, 1), -1);
     EXPECT_EQ(plan.asked.back(), "read ");
+}
+
+TEST_F(Files, the_path_of_a_descriptor_that_was_opened_elsewhere_in_the_same_folder_is_unknown)
+{
+    make("one", "1");
+    make("two", "2");
+    Plan plan;
+    naro_file_set_fault(answer, &plan);
+    const int first = naro_open(in("one").c_str(), O_RDONLY, 0);
+    close(first);
+    const int second = open(in("two").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(first, second);
+    char byte;
+    EXPECT_EQ(naro_read(second, &byte, 1), 1);
+    EXPECT_EQ(plan.asked.back(), "read ");
+    close(second);
+}
+
+TEST_F(Files, paths_are_known_for_descriptors_from_0_to_1023)
+{
+    make("file", "text");
+    const ChildResult child = in_child([this] {
+        Plan plan;
+        naro_file_set_fault(answer, &plan);
+        const std::string path = in("file");
+        char byte;
+        for (int wanted : {0, 1023, 1024}) {
+            // Everything below is taken, so that it is the next.
+            const rlimit limit = {2048, 2048};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            for (int lowest = -1; lowest < wanted;)
+                lowest = fcntl(2, F_DUPFD, 0);
+            close(wanted);
+            const int fd = naro_open(path.c_str(), O_RDONLY, 0);
+            naro_read(fd, &byte, 1);
+            printf("%d %d ", fd, plan.asked.back() == "read " + path);
+        }
+        printf("%d", plan.asked.back() == "read ");
+    });
+    EXPECT_EQ(child.out, "0 1 1023 1 1024 0 1") << child.err;
+}
+
+TEST_F(Files, faults_are_asked_for_by_many_threads)
+{
+    make("file", "text");
+    static std::atomic<int> wrong;
+    wrong = 0;
+    static std::string path;
+    path = in("file");
+    naro_file_set_fault(
+        [](void *, const char *, const char *asked) {
+            wrong += asked != path;
+            return 0;
+        },
+        nullptr);
+    pthread_t all[4];
+    for (pthread_t &thread : all)
+        ASSERT_EQ(pthread_create(
+                      &thread, nullptr,
+                      [](void *) -> void * {
+                          for (int n = 0; n < 200; n++) {
+                              char byte;
+                              const int fd = naro_open(path.c_str(), O_RDONLY, 0);
+                              naro_read(fd, &byte, 1);
+                              close(fd);
+                          }
+                          return nullptr;
+                      },
+                      nullptr),
+                  0);
+    for (pthread_t thread : all)
+        pthread_join(thread, nullptr);
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(Files, a_descriptor_number_that_comes_back_has_the_new_path)
