@@ -123,7 +123,7 @@ std::vector<uint8_t> make_reply(ipc_request *request, bool *then_close, uint32_t
         memset(data, 0, sizeof data);
     if (rule && rule->action == SCENARIO_DATA)
         for (uint32_t i = 0; i < rule->word_count; i++)
-            ipc_put_word(data + 4 * i, rule->words[i]);
+            ipc_put_word(data + size_t(4) * i, rule->words[i]);
     uint8_t bytes[NARO_IPC_MAX_REPLY];
     const size_t length = ipc_reply_build(bytes, request, data);
     std::vector<uint8_t> reply(bytes, bytes + length);

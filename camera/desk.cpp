@@ -31,6 +31,7 @@ void desk_say(const char *format, ...)
     char text[1024];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see va_start
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     // One call, so that lines of two threads do not mix.

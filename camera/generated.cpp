@@ -1,6 +1,7 @@
 // The generated scene. Integers only, so that it is the same everywhere.
 #include "generated.h"
 
+#include <stddef.h>
 #include <string.h>
 
 extern "C" {
@@ -21,7 +22,7 @@ const colour block_colour = {215, 60, 135};
 
 enum { FLOOR_FROM = 270, DISC_RADIUS = 42, BLOCK_WIDTH = 110, BLOCK_HEIGHT = 70 };
 
-void put(AVFrame *frame, int x, int y, const colour &what)
+void put(AVFrame *frame, ptrdiff_t x, ptrdiff_t y, const colour &what)
 {
     frame->data[0][y * frame->linesize[0] + x] = what.y;
     frame->data[1][y / 2 * frame->linesize[1] + x / 2] = what.u;
@@ -37,8 +38,9 @@ void draw_room(AVFrame *frame)
             const int pattern = y < FLOOR_FROM ? (x / 32 + y / 32) % 2 * 6 : (x + 2 * y) / 48 % 2 * 10;
             frame->data[0][y * frame->linesize[0] + x] = static_cast<uint8_t>(base.y + pattern);
         }
-        memset(frame->data[1] + y / 2 * frame->linesize[1], base.u, GENERATED_WIDTH / 2);
-        memset(frame->data[2] + y / 2 * frame->linesize[2], base.v, GENERATED_WIDTH / 2);
+        const ptrdiff_t half = y / 2;
+        memset(frame->data[1] + half * frame->linesize[1], base.u, GENERATED_WIDTH / 2);
+        memset(frame->data[2] + half * frame->linesize[2], base.v, GENERATED_WIDTH / 2);
     }
 }
 

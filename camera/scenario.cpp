@@ -18,19 +18,19 @@ namespace
 
 struct action_row {
     const char *name;
-    scenario_action action;
     const char *member; // the number that goes with it; null: none
     int64_t fallback, smallest, largest;
-    bool wanted; // it must be there
+    scenario_action action;
+    bool wanted; // the number must be there
 };
 const action_row actions[] = {
-    {"refuse", SCENARIO_REFUSE, "ret", 1, INT32_MIN, INT32_MAX, false},
-    {"delay", SCENARIO_DELAY, "ms", 0, 0, SCENARIO_DELAY_MAX, true},
-    {"short", SCENARIO_SHORT, "bytes", 0, 0, NARO_IPC_MAX_REPLY - 1, true},
-    {"number", SCENARIO_NUMBER, "number", 0, 0, UINT32_MAX, true},
-    {"close", SCENARIO_CLOSE, "bytes", 0, 0, NARO_IPC_MAX_REPLY, false},
-    {"surplus", SCENARIO_SURPLUS, "bytes", 0, 1, SCENARIO_SURPLUS_MAX, true},
-    {"data", SCENARIO_DATA, nullptr, 0, 0, 0, false},
+    {"refuse", "ret", 1, INT32_MIN, INT32_MAX, SCENARIO_REFUSE, false},
+    {"delay", "ms", 0, 0, SCENARIO_DELAY_MAX, SCENARIO_DELAY, true},
+    {"short", "bytes", 0, 0, NARO_IPC_MAX_REPLY - 1, SCENARIO_SHORT, true},
+    {"number", "number", 0, 0, UINT32_MAX, SCENARIO_NUMBER, true},
+    {"close", "bytes", 0, 0, NARO_IPC_MAX_REPLY, SCENARIO_CLOSE, false},
+    {"surplus", "bytes", 0, 1, SCENARIO_SURPLUS_MAX, SCENARIO_SURPLUS, true},
+    {"data", nullptr, 0, 0, 0, SCENARIO_DATA, false},
 };
 
 // Where an error is, and room for saying it.

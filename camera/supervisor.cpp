@@ -9,9 +9,9 @@
 #include <errno.h>
 #include <ev.h>
 #include <fcntl.h>
-#include <inttypes.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -61,13 +61,16 @@ double cpu_of(pid_t pid)
     const size_t length = fread(text, 1, sizeof text - 1, file);
     fclose(file);
     text[length] = '\0';
-    // The name in brackets may hold anything; the numbers come after its last bracket.
-    const char *numbers = strrchr(text, ')');
-    unsigned long user = 0, system = 0;
-    if (!numbers || sscanf(numbers + 1, " %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &user,
-                           &system) != 2) // NOLINT
+    // The name in brackets may hold anything; behind its last bracket come the state and numbers, of which the 11th
+    // and the 12th are the times in user and in system mode.
+    char *at = strrchr(text, ')');
+    if (!at || strlen(at) < 3)
         return 0;
-    return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    at += 3;
+    uint64_t numbers[12];
+    for (uint64_t &number : numbers)
+        number = strtoull(at, &at, 10);
+    return static_cast<double>(numbers[10] + numbers[11]) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 // A number of /proc/<pid>/status, 0 when it is not there.
@@ -82,7 +85,7 @@ uint64_t status_of(pid_t pid, const char *name)
     const size_t length = strlen(name);
     while (fgets(line, sizeof line, file))
         if (strncmp(line, name, length) == 0 && line[length] == ':')
-            sscanf(line + length + 1, "%" SCNu64, &value); // NOLINT: what is no number stays 0
+            value = strtoull(line + length + 1, nullptr, 10);
     fclose(file);
     return value;
 }

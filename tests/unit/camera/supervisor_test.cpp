@@ -186,6 +186,18 @@ TEST_F(Supervisor, ItsCpuTimeIsCountedOverAllOfThem)
     EXPECT_GE(figures().cpu_s, before);
 }
 
+TEST_F(Supervisor, ItsCpuTimeIsCountedWhileItRuns)
+{
+    ASSERT_EQ(start(program(
+                  "i=0; while [ $i -lt 200000 ]; do i=$((i+1)); done; echo burnt; read never; sleep 100")),
+              0);
+    ASSERT_TRUE(wait_for_log("burnt"));
+    const double while_it_runs = figures().cpu_s;
+    EXPECT_GT(while_it_runs, 0.05);
+    stop();
+    EXPECT_NEAR(figures().cpu_s, while_it_runs, 0.05) << "the kernel's own account of it";
+}
+
 TEST_F(Supervisor, WithoutAnyDaemonStoppingIsDoneAtOnce)
 {
     supervisor_stop([] { self->stopped++; });
