@@ -190,9 +190,11 @@ TEST(RegionWiden, AllOfASizeThatLacksRoomOnBothSides)
     // 41 want to be 64, by 11 on each side.
     EXPECT_EQ(widened(4, 44, 48), "0..47"); // neither side has that
     // The bounds of the rule: up to its size the last side has room, the first as long as it is not below.
-    EXPECT_EQ(widened(10, 50, 60), "0..59"); // 10 < 11, 61 > 60
-    EXPECT_EQ(widened(10, 50, 61), "0..62"); // 61 is not past 61
-    EXPECT_EQ(widened(11, 51, 63), "0..62"); // 11 is not below 11
+    EXPECT_EQ(widened(10, 50, 60), "0..59");  // 10 < 11, 61 > 60
+    EXPECT_EQ(widened(10, 50, 61), "0..62");  // 61 is not past 61
+    EXPECT_EQ(widened(11, 51, 63), "0..62");  // 11 is not below 11
+    EXPECT_EQ(widened(11, 51, 60), "-3..59"); // so the last is in the way: it does not fit at all
+    EXPECT_EQ(widened(11, 51, 62), "-1..61");
     EXPECT_EQ(widened(31, 71, 80), "17..79");
     EXPECT_EQ(widened(31, 71, 82), "19..81"); // 82 is not below 82
     EXPECT_EQ(widened(31, 71, 83), "20..82");

@@ -1045,6 +1045,14 @@ TEST_F(NetworkTest, MoreBoxesThanTheBufferHoldsAreNeverWritten)
     EXPECT_EQ(GetBBox(handle, 128, 192), 2);
 }
 
+TEST_F(NetworkTest, RoomForOneBoxIsRoom)
+{
+    config.max_detection = 1;
+    init(three_grids(3));
+    ASSERT_EQ(Forward_Network(handle, picture(128, 192).data(), 128, 192, 3), 0);
+    EXPECT_EQ(GetBBox(handle, 128, 192), 1);
+}
+
 TEST_F(NetworkTest, WithoutRoomForBoxesThereAreNone)
 {
     const char *line = "No result obtained because boxes == NULL or max_detection == 0.\n";
