@@ -94,7 +94,10 @@ def be_alone():
     """Nobody else's media server or daemon meets ours: by a network of our own, else by taking turns."""
     if isolate_network():
         return
-    turn = os.open("/tmp/naro-command-socket-tests.lock", os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o666)
+    path = "/tmp/naro-command-socket-tests.lock"
+    if not os.path.exists(path):
+        os.close(os.open(path, os.O_RDONLY | os.O_CREAT | os.O_CLOEXEC, 0o444))
+    turn = os.open(path, os.O_RDONLY | os.O_CLOEXEC)  # also another user's, who made it
     fcntl.flock(turn, fcntl.LOCK_EX)  # until this process ends
     with socket.socket(socket.AF_UNIX) as probe:
         if probe.connect_ex(MediaServer.ADDRESS) == 0:
