@@ -55,11 +55,16 @@ struct person_moment {
     person_activity activity = PERSON_STAND;
     person_activity before = PERSON_STAND; // what was done until now,
     float blend = 1;                       // and how far it has turned into `activity`: 0 not yet, 1 wholly
-    scene_vec position = {
-        0, 0, 0};      // on the floor between the feet; of a seat or a bed: its middle, with its height
-    float heading = 0; // degrees
-    float way = 0;     // metres walked so far: the feet's phase, so that they do not slide
-    float speed = 0;   // metres a second: longer steps, arms that swing wider
+    scene_vec position = {0, 0, 0}; // on the floor between the feet; of a seat or a bed: its middle, with its
+                                    // height; somebody who has fallen lies about it
+    float heading = 0;              // degrees
+    // The same of `before`, while `blend` is below 1: who sits down stood half a metre before the seat's middle, who
+    // lies down stood (or sat) beside the bed, and who falls lies where the feet were.
+    scene_vec before_position = {0, 0, 0};
+    float before_heading = 0;
+    float way = 0;   // metres walked so far: the feet's phase, so that they do not slide
+    float speed = 0; // metres a second, of this stretch of way: the steps' length follows from it, so that a change
+                     // in the middle of a stretch makes the feet jump
     float time = 0;    // seconds: breathing, shifting, waving
     float look_pan = 0, look_tilt = 0; // of the head against the body, degrees
     uint32_t seed = 0;                 // this person's own way of moving
