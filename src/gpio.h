@@ -1,7 +1,7 @@
 // GPIO lines through the kernel's files under "/sys/class/gpio". Lines are numbers.
 //
-// Each call opens and closes its files and keeps nothing: any thread, no lock. All return 0, or -1 with a log_err
-// line, unless said otherwise. Whatever a file held before is replaced.
+// Each call opens and closes its files and keeps nothing: any thread, no lock. All return 0, or -1 with a
+// log_err line, unless said otherwise. Whatever a file held before is replaced.
 #ifndef GPIO_H
 #define GPIO_H
 
@@ -9,14 +9,14 @@
 enum { GPIO_DIRECTION_SIZE = 11 };
 
 // Asks the kernel for the line, or gives it back. A line that is there already (a killed process leaves its
-// lines behind) is as good as one that was just made: 0. The number is written with its terminator and zeros up
-// to five bytes; what does not fit into four digits is refused.
+// lines behind) is as good as one that was just made: 0. The number is written with its terminator and zeros
+// up to five bytes; what does not fit into four digits is refused.
 int GPIO_request(int n);
 int GPIO_cancel(int n);
 // `direction` is "out" or "in"; four bytes are written, zeros behind the text.
 int GPIO_set_direct(int n, const char *direction);
-// Up to ten bytes of the direction into `buffer` of GPIO_DIRECTION_SIZE bytes, terminated, the line end left in.
-// Untouched on -1.
+// Up to ten bytes of the direction into `buffer` of GPIO_DIRECTION_SIZE bytes, terminated, the line end left
+// in. Untouched on -1.
 int GPIO_get_direct(int n, char *buffer);
 // Writes `value` in decimal.
 int GPIO_set_value(int n, int value);
