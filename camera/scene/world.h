@@ -1,7 +1,8 @@
 // The world of one scene: its file, its story, and at any moment its snapshot and the truth about it.
 //
-// A scene is told by a small JSON file in scenes/ (docs/scenes.md), by its name, by a path, or made from a seed
-// ("random?seed=N"). Time asked for may jump ahead; what happens at a time does not depend on what was asked before.
+// A scene is told by a small JSON file in scenes/ (docs/scenes.md), by its name, by a path, or made from a
+// seed ("random?seed=N"). Time asked for may jump ahead; what happens at a time does not depend on what was
+// asked before.
 #ifndef WORLD_H
 #define WORLD_H
 
@@ -13,8 +14,8 @@
 
 struct world;
 
-// Opens a scene: the name of a file in the scenes' folder without its ending ("person-crosses"), a path to a file, or
-// "random?seed=N". Null after saying why (desk_say): file, line, and what was expected there.
+// Opens a scene: the name of a file in the scenes' folder without its ending ("person-crosses"), a path to a
+// file, or "random?seed=N". Null after saying why (desk_say): file, line, and what was expected there.
 world *world_open(const char *scene);
 void world_close(world *world);
 
@@ -30,6 +31,15 @@ uint64_t world_seed(const world *world);
 // Settings that the scene wants set before it starts: key -> value of the configuration service.
 const std::map<std::string, std::string> &world_settings(const world *world);
 
+// What a good camera reports in a span of the scene, for the scoreboard. The first is for the whole scene
+// outside the others: wanted is at least one event in it, forbidden is none.
+enum world_wish { WISH_ANY, WISH_WANTED, WISH_FORBIDDEN };
+struct world_expectation {
+    double from = 0, to = 0; // seconds; the first one's `to` is 0 where the scene is endless
+    world_wish people = WISH_ANY, objects = WISH_ANY;
+};
+const std::vector<world_expectation> &world_expects(const world *world);
+
 // What the camera's other parts do to the scene; until they do, the scene's own file decides.
 struct world_controls {
     bool lights_set = false; // the next four hold instead of the scene's own
@@ -39,11 +49,12 @@ struct world_controls {
     float pan = 0, tilt = 0;       // degrees, added to the placement's
 };
 
-// Fills the snapshot for `time` seconds after the scene's start. It points into the world until the next call.
+// Fills the snapshot for `time` seconds after the scene's start. It points into the world until the next
+// call.
 void world_snapshot(world *world, double time, const world_controls *controls, scene_snapshot *snapshot);
 
-// An actor as it is to be seen in a picture of the snapshot's view. Boxes are in the analysis picture (320 x 192
-// pixels, lens distortion included), of what is visible; x2 and y2 are exclusive.
+// An actor as it is to be seen in a picture of the snapshot's view. Boxes are in the analysis picture (320 x
+// 192 pixels, lens distortion included), of what is visible; x2 and y2 are exclusive.
 struct truth_actor {
     uint32_t actor;      // its number in the snapshot
     std::string name;    // from the scene: "anna", "cat"
@@ -58,16 +69,19 @@ struct truth_actor {
 struct truth_moment {
     double time;
     uint64_t number;                 // of the picture, from 0
-    std::vector<truth_actor> actors; // in the order of the scene file
+    std::vector<truth_actor> actors; // those that are in the room, in the order of the scene file
     bool filter, grey, infrared_lamp, white_lamp;
     std::map<std::string, bool> lamps; // "ceiling", "table", "tv", "headlights"
     float pan, tilt;
     bool view_moves;    // the view turned since 0.2 s before
     bool light_changes; // a lamp was switched since 0.2 s before
+    // What of the room itself moved or changed since 0.2 s before: "curtain", "door", "lamp", "tv",
+    // "headlights".
+    std::vector<std::string> stirs;
     double hour;
 };
-// The truth about the snapshot last made of this world. Computed without the renderer, in the same way on every
-// machine.
+// The truth about the snapshot last made of this world. Computed without the renderer, in the same way on
+// every machine.
 void world_truth(world *world, const scene_snapshot *snapshot, uint64_t number, truth_moment *truth);
 // Who covers each pixel of a `width` x `height` picture, as the truth sees it: actor numbers. For tests.
 void world_mask(const scene_snapshot *snapshot, int width, int height, std::vector<uint32_t> *actors);
