@@ -26,10 +26,15 @@ struct person_look {
     float height;      // metres, 1.0 (child) to 2.0
     float build;       // 0 thin to 1 heavy
     float shoulders;   // 0 narrow to 1 broad
+    float curves;      // 0 straight to 1: hips, waist and chest differ
     float hair_length; // 0 bald, 0.2 short, 1 to the shoulders
     int clothes;       // enum person_clothes
+    float sleeves;     // 0 none, 0.5 to the elbow, 1 long
+    float hem;         // of the top: 0 tucked in to 1 over the hips
+    float width;       // of the clothes: 0 tight to 1 wide
     bool glasses, cap, beard;
     scene_material skin, hair, top, bottom, shoes;
+    scene_material accent; // a cap, what is worn under an open coat, a belt
 };
 enum person_clothes {
     CLOTHES_TROUSERS,
@@ -62,10 +67,11 @@ struct person_moment {
     // lies down stood (or sat) beside the bed, and who falls lies where the feet were.
     scene_vec before_position = {0, 0, 0};
     float before_heading = 0;
-    float way = 0;   // metres walked so far: the feet's phase, so that they do not slide
-    float speed = 0; // metres a second, of this stretch of way: the steps' length follows from it, so that a change
-                     // in the middle of a stretch makes the feet jump
-    float time = 0;    // seconds: breathing, shifting, waving
+    float way = 0; // metres walked so far: the feet's phase, so that they do not slide
+    float speed =
+        0; // metres a second, of this stretch of way: the steps' length follows from it, so that a change
+           // in the middle of a stretch makes the feet jump
+    float time = 0;                    // seconds: breathing, shifting, waving
     float look_pan = 0, look_tilt = 0; // of the head against the body, degrees
     uint32_t seed = 0;                 // this person's own way of moving
 };
