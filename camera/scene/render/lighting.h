@@ -1,0 +1,15 @@
+// The lamps of a snapshot as the shaders take them, and where the shadow map looks from.
+#ifndef LIGHTING_H
+#define LIGHTING_H
+
+#include "batch.h"
+#include "shaders.h"
+
+enum { SHADOW_MAP_SIDE = 1024 };
+
+// The light whose shadow is drawn: of the greatest `shadow`, the first. Null where none has one or none shines.
+const scene_light *lighting_key(const scene_snapshot *snapshot);
+// Fills all of the frame but the view. More lamps than the shaders hold: the strongest where the camera looks.
+void lighting_fill(const scene_snapshot *snapshot, const batch *batch, shader_frame *frame);
+
+#endif
