@@ -19,8 +19,8 @@ scene_vec room_size(const room *room);
 // What can be found in a room by name. In every room: "door" (inside, facing the room), "door-outside" (in the
 // corridor, facing in), "floor" (a free spot in the middle), "far" (a free spot far from the camera), "window"
 // (before it), "window-outside" (in the air, for what throws shadows), "coat-hook", "ceiling-lamp", "shelf" and
-// "corner" (where cameras are). In some: "sofa", "sofa-left", "sofa-right", "chair", "chair-2", "armchair", "desk",
-// "table", "bed", "tv", "table-lamp", ...
+// "corner" (where cameras are). In some: "sofa", "sofa-left", "sofa-right", "chair", "chair-2", "armchair",
+// "desk-chair"; "desk", "table" (standing before them), "bed", "bed-edge" (to sit), "tv", "table-lamp", ...
 // To each seat and bed NAME there is a "NAME-stand": a free spot beside it, from which one sits or lies down.
 struct room_anchor {
     scene_vec position; // on the floor for standing; the seat's or bed's height for sitting and lying

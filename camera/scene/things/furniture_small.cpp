@@ -345,3 +345,20 @@ void furniture_printer(furniture_work *work, const furniture_item *item)
     m->material = STUFF_PAPER;
     shape_box(m, {-0.105f, d - 0.05f, item->h * 0.36f}, {0.105f, d + 0.12f, item->h * 0.37f + 0.01f});
 }
+
+void furniture_door(furniture_work *work, const furniture_item *item)
+{
+    shape_maker *m = &work->solid;
+    const float w = item->w / 2;
+    m->material = STUFF_WHITE_LACQUER;
+    shape_box(m, {-w - 0.07f, 0, 0}, {-w, 0.025f, item->h + 0.07f});
+    shape_box(m, {w, 0, 0}, {w + 0.07f, 0.025f, item->h + 0.07f});
+    shape_box(m, {-w, 0, item->h}, {w, 0.025f, item->h + 0.07f});
+    m->material = STUFF_DOOR;
+    shape_box(m, {-w, 0, 0.005f}, {w, 0.008f, item->h});
+    shape_box(m, {-w + 0.12f, 0.006f, 0.15f}, {w - 0.12f, 0.016f, 0.85f}, 0.005f);
+    shape_box(m, {-w + 0.12f, 0.006f, 1.1f}, {w - 0.12f, 0.016f, item->h - 0.15f}, 0.005f);
+    m->material = STUFF_METAL;
+    shape_rod(m, {w - 0.06f, 0.008f, 1.05f}, {w - 0.06f, 0.06f, 1.05f}, 0.01f, 5);
+    shape_rod(m, {w - 0.06f, 0.055f, 1.05f}, {w - 0.18f, 0.055f, 1.05f}, 0.01f, 5);
+}

@@ -83,29 +83,30 @@ void light_sky(double hour, float cloud, sky_light *sky)
     }
 }
 
-void light_television(double time, float level[3])
+// The screen's picture (PATTERN_SCREEN) is made by the renderer from its material's seed and the time: cuts every 3.7
+// seconds, each scene with a brightness and two colours from a hash. The light it throws goes by the same numbers.
+static float screen_hash(uint32_t x, uint32_t y, uint32_t seed)
 {
-    // Shots of one to five seconds, each with its brightness and tint, which drift while it lasts.
-    time = isfinite(time) ? fmod(fabs(time), 7200.) : 0;
-    double start = 0;
-    scene_random random = {99};
-    float length = 2;
-    // Half a minute of shots, over and over.
-    const double within = fmod(time, 32.);
-    for (int shot = 0; shot < 40; shot++) {
-        length = scene_uniform(&random, 1, 5);
-        const float bright = scene_uniform(&random, 0.12f, 0.9f);
-        float tint[3];
-        for (float &one : tint)
-            one = scene_uniform(&random, 0.7f, 1.2f);
-        if (within < start + static_cast<double>(length) || shot == 39) {
-            const float drift = 1 + 0.12f * sinf(static_cast<float>(time) * 2.1f) +
-                                0.06f * sinf(static_cast<float>(time) * 7.3f);
-            for (int i = 0; i < 3; i++)
-                level[i] = std::min(1.f, bright * tint[i] * drift);
-            return;
-        }
-        start += static_cast<double>(length);
+    uint32_t h = x * UINT32_C(0x9e3779b1) ^ y * UINT32_C(0x85ebca77) ^ seed * UINT32_C(0xc2b2ae3d);
+    h ^= h >> 15;
+    h *= UINT32_C(0x2c1b3c6d);
+    h ^= h >> 13;
+    return static_cast<float>(h & 0xffffff) * (1.f / (1 << 24));
+}
+
+void light_screen(double time, uint32_t seed, float level[3])
+{
+    seed &= 0xffffff;
+    const float now = isfinite(time) ? static_cast<float>(fmod(fabs(time), 4096)) : 0;
+    const float cut = floorf(now / 3.7f + screen_hash(seed, 1, 5));
+    const uint32_t scene = static_cast<uint32_t>(cut) * UINT32_C(2654435761) + seed;
+    const float horizon = 0.3f + 0.4f * screen_hash(2, 2, scene),
+                bright = 0.25f + 1.2f * screen_hash(11, 0, scene);
+    // Things drift and turn in the picture.
+    const float flicker = 1 + 0.06f * sinf(now * 2.1f) + 0.03f * sinf(now * 7.3f);
+    for (uint32_t i = 0; i < 3; i++) {
+        const float upper = screen_hash(3, i, scene), lower = screen_hash(4, i, scene) * 0.6f;
+        level[i] = bright * 1.6f * flicker * (lower * horizon + upper * (1 - horizon));
     }
 }
 
@@ -240,15 +241,14 @@ void lamps(const room *room, const room_state *state, adding *sum)
         case LIT_MONITOR: {
             if (!(part.lit.light == LIT_TV ? state->tv : state->table_lamp))
                 break;
-            float level[3] = {0.5f, 0.5f, 0.55f};
-            if (part.lit.light == LIT_TV)
-                light_television(state->time, level);
+            float level[3];
+            light_screen(state->time, part.on[0].seed, level);
             const float candela = (part.lit.light == LIT_TV ? 200 : 120) * light.size[0] * light.size[1];
             light.kind = LIGHT_AREA;
             light.shadow = 2;
             for (int band = 0; band < BAND_INFRARED; band++)
                 light.strength[band] = candela * level[band];
-            light.strength[BAND_INFRARED] = candela * level[0] * 0.01f;
+            light.strength[BAND_INFRARED] = candela * (level[0] + level[1]) * 0.005f;
             add(sum, &light, PI);
             break;
         }
@@ -344,9 +344,9 @@ static float falls(const scene_light *light, scene_vec point, scene_vec *towards
     if (light->kind == LIGHT_AREA)
         fall *= std::max(0.f, cosine);
     if (light->kind == LIGHT_SPOT) {
-        // A bell curve that is 1 on the axis and a half at half_angle.
-        const float off = acosf(std::max(-1.f, std::min(1.f, cosine))) * 180 / PI / light->half_angle;
-        fall *= exp2f(-off * off);
+        // A power of the cosine that is a half at half_angle: the pattern of LEDs (Moreno and Sun 2008).
+        const float half = std::max(1.f, std::min(85.f, light->half_angle)) * PI / 180;
+        fall *= powf(std::max(0.f, cosine), logf(0.5f) / logf(cosf(half)));
     }
     return fall;
 }

@@ -85,7 +85,7 @@ struct sky_light {
 };
 void light_sky(double hour, float cloud, sky_light *sky);
 void room_lights(const room *room, const room_state *state, scene_snapshot *snapshot);
-// What the television throws into the room at a time, 0 to 1 in each visible band.
-void light_television(double time, float level[3]);
+// What a screen whose material has this seed throws into the room at a time: 0 to some 2 in each visible band.
+void light_screen(double time, uint32_t seed, float level[3]);
 
 #endif
