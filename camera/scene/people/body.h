@@ -21,6 +21,23 @@ enum body_material {
 };
 std::vector<scene_material> body_materials(const person_look &look);
 
+// What is needed while a body is made.
+struct body_maker {
+    const person_look &look;
+    const figure &f;
+    shape *s;
+    float scale;  // of breadths and girths
+    float weight; // what a table's column of weight is taken by
+    uint32_t seed;
+};
+// From `from` to `to` along the leg (0 at the hip joint, 1 at the knee, 2 at the ankle), `more` outside the skin and
+// no narrower than `hem` below the knee.
+void limbs_leg(const body_maker &m, int side, float from, float to, int rings, float more, float hem,
+               uint32_t material, float folds);
+void limbs_shoe(const body_maker &m, int side);
+// With its hand; `sleeve`: 0 none to 1 as far as the wrist.
+void limbs_arm(const body_maker &m, int side, float sleeve, float more);
+
 // All of the body; look's numbers are inside their bounds.
 void body_make(const person_look &look, const figure &f, shape *s);
 void head_make(const person_look &look, const figure &f, shape *s);

@@ -133,7 +133,7 @@ figure figure_make(float height, float shoulders, float curves)
         const scene_vec out = {s * sinf(radians(FIGURE_REST)), 0, -cosf(radians(FIGURE_REST))};
         scene_vec *rest = f.rest + (side == FIGURE_LEFT ? BONES_A_SIDE : 0);
         rest[BONE_SHOULDER] = {s * 0.02f * h, 0, shoulder};
-        rest[BONE_ARM] = {s * across, -0.006f * h, shoulder - 0.012f * h};
+        rest[BONE_ARM] = {s * across, -0.006f * h, shoulder - 0.020f * h};
         rest[BONE_ELBOW] = rest[BONE_FOREARM] = rest[BONE_ARM] + out * f.arm;
         rest[BONE_HAND] = rest[BONE_FOREARM] + out * f.forearm;
         rest[BONE_HIP] = rest[BONE_THIGH] = {s * hips, 0, leg * h};

@@ -25,8 +25,9 @@ const float walk_pitch[][2] = {{0, 21},     {.05f, 6},   {.09f, 0},   {.16f, 0},
                                {.78f, -36}, {.86f, -8},  {.93f, 15},  {1, 21}};
 const float run_pitch[][2] = {{0, 6},      {.06f, 0},   {.12f, 0},   {.20f, -4},  {.28f, -26}, {.36f, -54},
                               {.46f, -84}, {.58f, -96}, {.70f, -72}, {.82f, -28}, {.92f, 2},   {1, 6}};
-const gait walking = {.62f, .44f, .022f, 3, 22, 20, -6, walk_pitch, sizeof walk_pitch / sizeof walk_pitch[0]};
-const gait running = {.36f, .31f, .11f, 10, 88, 30, -8, run_pitch, sizeof run_pitch / sizeof run_pitch[0]};
+const gait walking = {
+    .62f, .455f, .022f, 3, 22, 20, -6, walk_pitch, sizeof walk_pitch / sizeof walk_pitch[0]};
+const gait running = {.36f, .27f, .11f, 10, 88, 30, -8, run_pitch, sizeof run_pitch / sizeof run_pitch[0]};
 
 float part_of(float v)
 {
@@ -118,9 +119,9 @@ posture moves_gait(const figure &f, person_activity activity, const person_momen
                 standing = f.rest[BONE_THIGH].z;
     if (runs) {
         // Lowest in the middle of the stance, highest in flight; knees stay bent.
-        p.pelvis.z = standing - 0.065f * k - 0.033f * k * wave(2 * (right - g.down / 2));
+        p.pelvis.z = standing - 0.042f * k - 0.030f * k * wave(2 * (right - g.down / 2));
     } else {
-        const float highest = standing - 0.010f * k;
+        const float highest = standing - 0.016f * k;
         const float low = std::min(lowest, highest - 0.02f * k);
         p.pelvis.z = blend(low, highest, .5f - .5f * wave(2 * (right - .03f)));
     }
