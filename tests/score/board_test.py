@@ -59,6 +59,16 @@ class Sums(unittest.TestCase):
         self.assertEqual(list(board.add_counts([{"b": 1, "c": 2}, {"a": 1, "c": 1}]).items()), [("c", 3), ("a", 1), ("b", 1)])
 
 
+    def test_what_points_astray_found_nobody(self):
+        self.assertEqual(board.scene_row("x", board.total_of([crossing([11], [5, 6, 7, 8])]))[3:6], ("5 %", "0 %", "95 %"))
+
+    def test_times_and_tables(self):
+        self.assertEqual([board.at(t) for t in (0, 59.8, 60, 125.4)], ["0:00.0", "0:59.8", "1:00.0", "2:05.4"])
+        self.assertEqual(board.plain_table(("a", "bb"), [("xyz", "1"), ("y", "222")]),
+                         "a     bb\n---  ---\nxyz    1\ny    222")
+        self.assertEqual(board.page_table(("a", "b", "c"), [("1", "2", "3")]), "| a | b | c |\n|---|---:|---:|\n| 1 | 2 | 3 |")
+
+
 class Failures(unittest.TestCase):
     def lines(self, value):
         return [text for _, _, text in board.failures(result(x=value))]
@@ -75,6 +85,10 @@ class Failures(unittest.TestCase):
                          ["1 false people events: 1 nothing",
                           "story: people events wanted from 0:01.0 to 0:02.0: none came",
                           "story: people events forbidden in all the rest: some came"])
+
+    def test_when_a_picture_tells_most(self):
+        self.assertEqual([(time, text) for _, time, text in board.failures(result(x=crossing([], [25])))],
+                         [(2.0, "a person missed from 0:00.2 to 0:03.8"), (5.0, "1 false people events: 1 nothing")])
 
     def test_a_person_as_object_at_its_first_frame(self):
         frames = walk(8)
@@ -185,6 +199,12 @@ class Levels(unittest.TestCase):
         scenes["b"] = {**scenes["b"], "scores": {OWN: scenes["b"]["scores"][OWN]}}
         self.assertEqual(list(board.level_totals(scenes)), [OWN])
 
+    def test_the_terminal_shows_levels_where_there_are_some(self):
+        self.assertIn("People sensitivity, all scenes:\nlevel  threshold", board.terminal(self.scenes()))
+        self.assertIn("Object sensitivity, all scenes:\nlevel  threshold", board.terminal(self.scenes()))
+        self.assertNotIn("sensitivity", board.terminal(result(a=crossing([]))))
+        self.assertIn("\n\nWhat failed:\n  a: a person missed", board.terminal(result(a=crossing([]))))
+
     def test_pictures_are_whole(self):
         for text in (chart.scenes_chart(self.scenes()), chart.levels_chart(self.scenes())):
             ET.fromstring(text)
@@ -208,6 +228,9 @@ class Levels(unittest.TestCase):
                        "**Frames.**"):
             self.assertIn(wanted, page)
         self.assertFalse([line for line in page.split("\n") if line.endswith(" ")])
+        self.assertIn("](failed.jpg)\n\n- **a**: ", board.page({"a": result(a=crossing([]))["a"]}, "failed.jpg"))
+        fine = board.page(result(a=crossing(range(1, 20))), "failed.jpg")
+        self.assertIn("## What failed\n\nNothing.\n", fine)
         only = {"a": {"story": "", "pictures": "", "scores": {OWN: crossing([])}}}
         self.assertIn("Only the daemon's own level was measured.", board.page(only, None))
 

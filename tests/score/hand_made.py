@@ -14,7 +14,7 @@ def actor(number=1, kind="person", visible=1.0, x=100, moves=True, box=None, nam
 
 def line(number, *actors, **changes):
     return {"time": round(number * 0.2, 3), "number": number, "actors": list(actors), "filter": True, "grey": False,
-            "infrared_lamp": False, "white_lamp": False, "lamps": {"ceiling": True}, "room_moves": [], "pan": 0.0,
+            "infrared_lamp": False, "white_lamp": False, "lamps": {"ceiling": True}, "stirs": [], "pan": 0.0,
             "tilt": 0.0, "view_moves": False, "light_changes": False, "hour": 12.0, **changes}
 
 

@@ -84,13 +84,14 @@ class OwedPeople(unittest.TestCase):
 
 class HowOwedFramesEnd(unittest.TestCase):
     def setUp(self):
-        self.frames = walk(5)
+        self.frames = walk(9)
         self.on = lambda number: people(number, box_of(self.frames[number][0]))
 
     def test_each_way(self):
-        result = people_of(self.frames, [self.on(1), objects(2), people(3, [250, 10, 30, 60])])
-        self.assertEqual([result[key] for key in ("owed", "found", "as_object", "astray", "silent")], [4, 1, 1, 1, 1])
-        self.assertEqual((result["right"], result["false"]), (1, 1))
+        astray = [people(at, [250, 10, 30, 60]) for at in (3, 4)]
+        result = people_of(self.frames, [self.on(1), objects(2), *astray, objects(5), objects(6)])
+        self.assertEqual([result[key] for key in ("owed", "found", "as_object", "astray", "silent")], [8, 1, 3, 2, 2])
+        self.assertEqual((result["right"], result["false"]), (1, 2))
 
     def test_why_silent(self):
         frames = walk(8)
@@ -188,10 +189,12 @@ class ObjectEvents(unittest.TestCase):
         self.assertEqual(self.verdict([actor(kind="cat", visible=0)], [cat]), "right")
         self.assertEqual(self.verdict(NOBODY, [cat]), "right")
         self.assertEqual(self.verdict(NOBODY, [actor(kind="cat", visible=0)]), "nothing")
+        self.assertEqual(self.verdict([actor(kind="cat", visible=0)], [actor(kind="cat", visible=0)]), "nothing")
+        self.assertEqual(self.verdict([actor(kind="cat", visible=0)]), "nothing")
 
     def test_parts_of_the_room_are_things_and_lights_are_not(self):
         for name, verdict in (("curtain", "right"), ("door", "right"), ("headlights", "headlights"), ("tv", "tv")):
-            self.assertEqual(self.verdict(([], {"room_moves": [name]})), verdict)
+            self.assertEqual(self.verdict(([], {"stirs": [name]})), verdict)
 
     def test_a_person_who_is_owed_was_taken_for_an_object(self):
         self.assertEqual(self.verdict([actor(x=20)], [actor(x=10)]), "person")
@@ -206,13 +209,13 @@ class ObjectEvents(unittest.TestCase):
 
     def test_causes_of_false_ones(self):
         self.assertEqual(self.verdict(NOBODY), "nothing")
-        self.assertEqual(self.verdict(([], {"view_moves": True, "room_moves": ["tv"]})), "view")
-        self.assertEqual(self.verdict(([], {"light_changes": True, "room_moves": ["headlights"]})), "light")
-        self.assertEqual(self.verdict(([], {"room_moves": ["tv", "headlights"]})), "headlights")
+        self.assertEqual(self.verdict(([], {"view_moves": True, "stirs": ["tv"]})), "view")
+        self.assertEqual(self.verdict(([], {"light_changes": True, "stirs": ["headlights"]})), "light")
+        self.assertEqual(self.verdict(([], {"stirs": ["tv", "headlights"]})), "headlights")
         shadow = actor(kind="shadow", visible=0)
         self.assertEqual(self.verdict([shadow]), "shadow")
         self.assertEqual(self.verdict([actor(kind="shadow", visible=0, moves=False)]), "nothing")
-        self.assertEqual(self.verdict(([shadow], {"room_moves": ["tv"]})), "tv")
+        self.assertEqual(self.verdict(([shadow], {"stirs": ["tv"]})), "tv")
 
     def test_a_shadow_is_no_thing_even_when_it_is_seen(self):
         self.assertEqual(self.verdict([actor(kind="shadow")]), "shadow")
@@ -239,10 +242,11 @@ class OwedThings(unittest.TestCase):
         self.assertEqual(self.owed([actor(kind="shadow", x=10)], [actor(kind="shadow", x=20)]), 0)
 
     def test_how_they_end(self):
-        frames = [[actor(kind="cat", x=10 * at), actor(2, x=250, moves=False)] for at in range(6)]
-        result = objects_of(frames, [objects(1), people(2, box_of(frames[2][0])), people(3, box_of(frames[3][1]))])
-        self.assertEqual([result[key] for key in ("owed", "found", "as_person", "beside", "silent")], [5, 1, 1, 1, 2])
-        self.assertEqual(result["silent_by"], {"other": 2})
+        frames = [[actor(kind="cat", x=10 * at), actor(2, x=250, moves=False)] for at in range(9)]
+        result = objects_of(frames, [objects(1), *[people(at, box_of(frames[at][0])) for at in (2, 4)],
+                                     people(3, box_of(frames[3][1]))])
+        self.assertEqual([result[key] for key in ("owed", "found", "as_person", "beside", "silent")], [8, 1, 2, 1, 4])
+        self.assertEqual(result["silent_by"], {"other": 4})
 
 
 class Episodes(unittest.TestCase):
@@ -296,6 +300,16 @@ class Episodes(unittest.TestCase):
         frames = [[actor(x=40, visible=0.2)]] * 2 + [NOBODY] + walk(7, first=3)
         self.assertIsNone(people_of(frames, [people(1, box_of(actor(x=40)))])["episodes"][0]["reported"])
 
+    def test_its_first_and_its_last_frame_count(self):
+        frames = walk(8)
+        self.assertEqual(people_of(frames, [people(7, box_of(frames[7][0]))])["episodes"][0]["reported"], 1.4)
+        self.assertEqual(people_of(frames, [people(1, box_of(frames[1][0]))])["episodes"][0]["reported"], 0.2)
+        for at in range(8):
+            frames[at][0]["visible"] = 0.6 if at < 7 else 0.9
+        self.assertEqual(people_of(frames)["episodes"][0]["full"], 1.4)
+        frames = [NOBODY] + [[actor(x=40, visible=0.2)]] + walk(7, first=3)
+        self.assertEqual(people_of(frames, [people(1, box_of(actor(x=40)))])["episodes"][0]["reported"], 0.2)
+
     def test_each_person_needs_a_box(self):
         frames = [[actor(1, x=10 + 4 * at, name="anna"), actor(2, x=200 + 4 * at, name="ben")] for at in range(8)]
         result = people_of(frames, [people(3, box_of(frames[3][1]))])
@@ -306,6 +320,12 @@ class Episodes(unittest.TestCase):
         result = objects_of(walk(8, kind="dog"), [objects(4)])
         self.assertEqual([(e["full"], e["delay"]) for e in result["episodes"]], [(0.2, 0.6)])
         self.assertIsNone(objects_of(walk(8, kind="dog"), [people(4, [280, 0, 30, 60])])["episodes"][0]["delay"])
+
+    def test_a_thing_may_be_reported_while_it_comes_into_view(self):
+        frames = [NOBODY] + [[actor(x=40, visible=0.2, kind="dog")]] * 3 + walk(7, first=3, kind="dog")
+        self.assertEqual(objects_of(frames, [objects(2)])["episodes"][0]["reported"], 0.4)
+        frames = [[actor(x=40, visible=0.2, kind="dog", moves=False)]] * 4 + walk(7, first=3, kind="dog")
+        self.assertIsNone(objects_of(frames, [objects(2)])["episodes"][0]["reported"], "it lay there")
 
 
 class Rest(unittest.TestCase):

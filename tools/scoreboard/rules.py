@@ -101,7 +101,7 @@ class Frame:
         was = before.actors if before else {}
         self.view_turned = self.time if line["view_moves"] else before.view_turned if before else None
         self.light_changed = self.time if self._light_differs(before) else before.light_changed if before else None
-        self.room_moves = set(line.get("room_moves", ()))
+        self.room_moves = set(line["stirs"])
         self.people = [a for a in self.actors.values() if a["kind"] == "person" and a["visible"] > 0]
         self.owed_people = [a for a in self.people if self._owed(a, before)]
         # Whatever was in the picture a step ago and is not now has moved: its trace is in the difference.
