@@ -182,6 +182,14 @@ class Levels(unittest.TestCase):
         self.assertEqual(play.settings_of((5, 0)), {"people_sensitivity": "5", "motion_region": "1"})
         self.assertEqual(sorted(play.LEVELS), [(1, 2), (2, 2), (3, 0), (3, 1), (3, 2), (4, 2), (5, 2)])
 
+    def test_the_daemons_log_tells_its_level(self):
+        log = "mid_hchd_sensitivity_set mode  = 1\nx info mid_hchd_people_sensitivity_set mode  = 5\n"
+        self.assertEqual(play.level_of(log), (5, 1))
+        self.assertEqual(play.level_of(log + "mid_hchd_people_sensitivity_set mode  = 4\n"), (4, 1))
+        self.assertEqual(play.level_of(log + "mid_hchd_sensitivity_set mode  = 0\n"), (5, 0))
+        self.assertEqual(play.level_of("mid_hchd_people_sensitivity_set mode  = 1\n"), (1, 2))
+        self.assertEqual(play.level_of(""), (3, 2))
+
     def scenes(self):
         scores = {board.name_of(level): crossing(range(20 - 3 * level[0], 20)) for level in play.LEVELS}
         return {name: {"story": "", "pictures": "", "scores": scores} for name in ("a", "b")}

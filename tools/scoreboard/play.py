@@ -3,6 +3,7 @@ several run side by side."""
 import hashlib
 import json
 import os
+import re
 import subprocess
 import tempfile
 
@@ -14,6 +15,9 @@ DIFFERENCES = {0: 3840, 1: 2240, 2: 960}               # of a block of 8 x 8 pix
 LIMIT_S = 3600
 
 
+DAEMON_LOG = "run/naro/naro_algo.log"  # under the root
+
+
 class Failed(Exception):
     """A scene could not be played to its end, or not without losing frames."""
 
@@ -22,6 +26,17 @@ def settings_of(level):
     """The configuration service's keys and values for (people, objects)."""
     people, objects = level
     return {"people_sensitivity": str(people), "motion_region": str(objects + 1)}
+
+
+class NotSet(Failed):
+    """The daemon did not follow the settings."""
+
+
+def level_of(log):
+    """The (people, objects) at which a daemon ended, as its log tells; its own where it was told nothing."""
+    told = [re.findall(rf"{name} mode  = (-?\d+)", log) for name in
+            ("mid_hchd_people_sensitivity_set", r"\bmid_hchd_sensitivity_set")]
+    return tuple(int(values[-1]) if values else own for values, own in zip(told, DEFAULT_LEVEL))
 
 
 def network_apart():
@@ -65,8 +80,11 @@ class Player:
                                       capture_output=True, text=True, timeout=LIMIT_S)
             except subprocess.TimeoutExpired:
                 raise Failed(f"{source}: not over after {LIMIT_S} s") from None
+            log = read_text(os.path.join(root, DAEMON_LOG))
         if done.returncode != 0:
             raise Failed(f"{source}: {done.stderr.strip().splitlines()[-1] if done.stderr.strip() else done.returncode}")
+        if level_of(log) != level:
+            raise NotSet(f"{source}: the daemon did not follow the settings people {level[0]}, objects {level[1]}")
         lines = [json.loads(line) for line in done.stdout.splitlines() if line.startswith("{")]
         summary = next((line["summary"] for line in lines if "summary" in line), None)
         if summary is None:
@@ -75,6 +93,15 @@ class Player:
         if counts["dropped"] or counts["compared"] != 1 or restarts:
             raise Failed(f"{source}: {counts['dropped']} frames dropped, the daemon started again {restarts} times")
         return [line for line in lines if "event" in line], summary
+
+
+def read_text(path):
+    """What a file says, "" when it is not there."""
+    try:
+        with open(path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except FileNotFoundError:
+        return ""
 
 
 def read_lines(path):
