@@ -13,7 +13,6 @@
 #define GL_FUNCTIONS(F)                                                                                      \
     F(ActiveTexture)                                                                                         \
     F(AttachShader)                                                                                          \
-    F(BindAttribLocation)                                                                                    \
     F(BindBuffer)                                                                                            \
     F(BindBufferBase)                                                                                        \
     F(BindFramebuffer)                                                                                       \
@@ -23,12 +22,12 @@
     F(BufferData)                                                                                            \
     F(BufferSubData)                                                                                         \
     F(CheckFramebufferStatus)                                                                                \
-    F(Clear)                                                                                                 \
     F(ClearBufferfv)                                                                                         \
-    F(ColorMask)                                                                                             \
+    F(ClearBufferuiv)                                                                                        \
     F(CompileShader)                                                                                         \
     F(CreateProgram)                                                                                         \
     F(CreateShader)                                                                                          \
+    F(CullFace)                                                                                              \
     F(DeleteBuffers)                                                                                         \
     F(DeleteFramebuffers)                                                                                    \
     F(DeleteProgram)                                                                                         \
@@ -36,11 +35,10 @@
     F(DeleteShader)                                                                                          \
     F(DeleteTextures)                                                                                        \
     F(DeleteVertexArrays)                                                                                    \
-    F(DepthFunc)                                                                                             \
-    F(DepthMask)                                                                                             \
+    F(Disable)                                                                                               \
+    F(DrawArrays)                                                                                            \
     F(DrawElements)                                                                                          \
     F(Enable)                                                                                                \
-    F(Disable)                                                                                               \
     F(EnableVertexAttribArray)                                                                               \
     F(FramebufferRenderbuffer)                                                                               \
     F(FramebufferTexture2D)                                                                                  \
@@ -50,7 +48,6 @@
     F(GenTextures)                                                                                           \
     F(GenVertexArrays)                                                                                       \
     F(GetError)                                                                                              \
-    F(GetIntegerv)                                                                                           \
     F(GetProgramInfoLog)                                                                                     \
     F(GetProgramiv)                                                                                          \
     F(GetShaderInfoLog)                                                                                      \
@@ -59,8 +56,6 @@
     F(GetUniformBlockIndex)                                                                                  \
     F(GetUniformLocation)                                                                                    \
     F(LinkProgram)                                                                                           \
-    F(PolygonOffset)                                                                                         \
-    F(ReadBuffer)                                                                                            \
     F(ReadPixels)                                                                                            \
     F(RenderbufferStorage)                                                                                   \
     F(ShaderSource)                                                                                          \

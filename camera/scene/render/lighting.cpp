@@ -175,11 +175,12 @@ static int fill_blobs(const scene_snapshot *snapshot, const batch *batch, shader
         for (size_t i = 0; i < batch->objects.size() && count < SHADER_BLOBS_MAX; i++) {
             const batch_object &about = batch->objects[i];
             const scene_vec half = (about.high - about.low) * 0.5f, middle = (about.high + about.low) * 0.5f;
-            const bool solid = about.shadow && half.x > 0 && half.x < 1.5f && half.y < 1.5f &&
+            const scene_object &object = snapshot->objects[i];
+            const bool solid = object.shadow && half.x > 0 && half.x < 1.5f && half.y < 1.5f &&
                                half.z < 1.5f && half.x + half.y > 0.15f;
-            if (!solid || (about.actor != 0) != (round == 0) || snapshot->objects[i].two_sided)
+            if (!solid || (object.actor != 0) != (round == 0) || object.two_sided)
                 continue;
-            frame->blobs[count][0] = with(middle, static_cast<float>(i));
+            frame->blobs[count][0] = with(middle, static_cast<float>(i + 1));
             frame->blobs[count][1] =
                 with({1 / fmaxf(half.x, 0.05f), 1 / fmaxf(half.y, 0.05f), 1 / fmaxf(half.z, 0.05f)}, 0);
             count++;
@@ -214,6 +215,7 @@ void lighting_fill(const scene_snapshot *snapshot, const batch *batch, shader_fr
         frame->lights[0].extent.z = fmaxf(1.2f / SHADOW_MAP_SIDE, 0.2f * fmaxf(key->size[0], key->size[1]) /
                                                                       (texel * SHADOW_MAP_SIDE));
     frame->ambient = {snapshot->ambient[0], snapshot->ambient[1], snapshot->ambient[2], snapshot->ambient[3]};
+    frame->sky = {snapshot->sky[0], snapshot->sky[1], snapshot->sky[2], snapshot->sky[3]};
     frame->room_low = with(batch->low, 0);
     frame->room_high = with(batch->high, 0);
     frame->counts = {static_cast<float>(count), key ? 1.f : 0.f, texel * 1.5f,

@@ -1,6 +1,10 @@
 // Draws snapshots: batch, shadow map, picture, and the way down through the lens.
 //
-//   snapshot --batch_fill--> triangles --shadow map--> lit and patterned, twice as large --resolve_light--> picture
+//   snapshot -batch-> triangles -> surfaces, twice as large -light, shadow map-> ideal picture -resolve-> picture
+//
+// Two steps, because the software rasteriser works on blocks of 4 x 4 texels: it shades all sixteen for each triangle
+// that touches one of them, and people are made of triangles smaller than a texel. So what triangles are drawn with
+// is as cheap as can be, and light is reckoned once for each texel, when it is known what is seen there.
 #include "render.h"
 
 #include <math.h>
@@ -15,55 +19,71 @@
 #include "resolve.h"
 #include "shaders.h"
 
-enum { PICTURE_SIDE_MIN = 16, PICTURE_SIDE_MAX = 4096, MATERIAL_ROWS_MAX = 2048 };
+enum { PICTURE_SIDE_MIN = 16, PICTURE_SIDE_MAX = 4096 };
+enum { UNIT_MATERIALS, UNIT_SHADOW, UNIT_SURFACES }; // where the shaders find their textures
+enum { ATTRIBUTES = 4 };
 
 static struct {
     bool open;
     char device[128];
-    GLuint programs
-        [PATTERNS];      // one for each pattern: a branch not taken costs the rasteriser as much as one taken
-    GLuint depth, actor; // programs of the shadow map and of actors' numbers
-    GLuint array, vertices, indices, casts, frame;
-    GLuint materials, shadow_map;    // textures
-    GLuint target, shadow_target;    // framebuffers
-    GLuint colour, depth_buffer;     // of the target
-    int target_width, target_height; // texels
+    GLuint surface
+        [PATTERNS]; // programs, one for each pattern: a branch that is not taken costs the rasteriser as
+                    // much as one that is
+    GLuint shadow, light;                   // programs of the shadow map and of the second step
+    GLuint array, nothing;                  // vertex arrays: with the batch's vertices, and without any
+    GLuint vertices, indices, frame;        // buffers
+    GLuint materials, shadow_map, surfaces; // textures
+    GLuint shadow_target, surface_target, light_target;         // framebuffers
+    GLuint depth, colour;                                       // renderbuffers
+    int width, height;                                          // texels of the targets
+    size_t first[PATTERNS], count[PATTERNS], casts, cast_count; // parts of `drawn`
     struct batch *batch;
-    shader_frame *values;
-    resolve_plan *plan;
+    struct shader_frame *values;
+    struct resolve_plan *plan;
+    std::vector<uint32_t> *drawn; // what is in the buffer of indices
     std::vector<float> *texels;
+    std::vector<uint32_t> *words;
 } state;
+
+static GLuint make_program(const char *what, const char *defines, const char *vertex, const char *fragment)
+{
+    const GLuint program = gl_program(what, defines, vertex, fragment);
+    if (!program)
+        return 0;
+    gl.UseProgram(program);
+    const char *names[] = {"materials", "shadow_map", "surfaces"}; // in the units' order
+    for (int unit = UNIT_MATERIALS; unit <= UNIT_SURFACES; unit++)
+        if (gl.GetUniformLocation(program, names[unit]) >= 0)
+            gl.Uniform1i(gl.GetUniformLocation(program, names[unit]), unit);
+    const GLuint block = gl.GetUniformBlockIndex(program, "Frame");
+    if (block != GL_INVALID_INDEX)
+        gl.UniformBlockBinding(program, block, 0);
+    return program;
+}
 
 static int make_programs(void)
 {
     for (int i = 0; i < PATTERNS; i++) {
         char defines[40];
         snprintf(defines, sizeof defines, "#define PATTERN %d\n", i);
-        state.programs[i] = gl_program("picture", defines, shader_vertex, shader_fragment);
-        if (!state.programs[i])
+        state.surface[i] = make_program("surface", defines, shader_surface_vertex, shader_surface_fragment);
+        if (!state.surface[i])
             return -1;
-        gl.UseProgram(state.programs[i]);
-        gl.Uniform1i(gl.GetUniformLocation(state.programs[i], "materials"), 0);
-        gl.Uniform1i(gl.GetUniformLocation(state.programs[i], "shadow_map"), 1);
-        gl.UniformBlockBinding(state.programs[i], gl.GetUniformBlockIndex(state.programs[i], "Frame"), 0);
     }
-    state.depth = gl_program("shadow", "", shader_depth_vertex, shader_depth_fragment);
-    state.actor = state.depth ? gl_program("actors", "", shader_actor_vertex, shader_actor_fragment) : 0;
-    if (!state.actor)
-        return -1;
-    gl.UniformBlockBinding(state.depth, gl.GetUniformBlockIndex(state.depth, "Frame"), 0);
-    gl.UniformBlockBinding(state.actor, gl.GetUniformBlockIndex(state.actor, "Frame"), 0);
-    return 0;
+    state.shadow = make_program("shadow", "", shader_shadow_vertex, shader_shadow_fragment);
+    state.light = make_program("light", "", shader_light_vertex, shader_light_fragment);
+    return state.shadow && state.light ? 0 : -1;
 }
 
 static void make_buffers(void)
 {
+    gl.GenVertexArrays(1, &state.nothing);
     gl.GenVertexArrays(1, &state.array);
     gl.BindVertexArray(state.array);
     gl.GenBuffers(1, &state.vertices);
     gl.GenBuffers(1, &state.indices);
-    gl.GenBuffers(1, &state.casts);
     gl.GenBuffers(1, &state.frame);
+    gl.BindBuffer(GL_ELEMENT_ARRAY_BUFFER, state.indices);
     gl.BindBuffer(GL_ARRAY_BUFFER, state.vertices);
     const GLsizei stride = sizeof(batch_vertex);
     const auto at = [](size_t offset) { return reinterpret_cast<const void *>(offset); };
@@ -71,35 +91,37 @@ static void make_buffers(void)
     gl.VertexAttribPointer(1, 3, GL_FLOAT, GL_FALSE, stride, at(offsetof(batch_vertex, normal)));
     gl.VertexAttribPointer(2, 2, GL_FLOAT, GL_FALSE, stride, at(offsetof(batch_vertex, surface)));
     gl.VertexAttribIPointer(3, 2, GL_UNSIGNED_INT, stride, at(offsetof(batch_vertex, material)));
-    gl.VertexAttribIPointer(4, 1, GL_UNSIGNED_INT, stride, at(offsetof(batch_vertex, actor)));
-    for (GLuint i = 0; i < 5; i++)
+    for (GLuint i = 0; i < ATTRIBUTES; i++)
         gl.EnableVertexAttribArray(i);
     gl.BindBuffer(GL_UNIFORM_BUFFER, state.frame);
     gl.BufferData(GL_UNIFORM_BUFFER, sizeof(shader_frame), nullptr, GL_DYNAMIC_DRAW);
     gl.BindBufferBase(GL_UNIFORM_BUFFER, 0, state.frame);
 }
 
-static int make_textures(void)
+// Binds a new texture at its unit.
+static GLuint make_texture(int unit, GLint filter)
 {
-    gl.GenTextures(1, &state.materials);
-    gl.ActiveTexture(GL_TEXTURE0);
-    gl.BindTexture(GL_TEXTURE_2D, state.materials);
-    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA32F, sizeof(shader_material) / sizeof(shader_vec4),
-                  MATERIAL_ROWS_MAX, 0, GL_RGBA, GL_FLOAT, nullptr);
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-
-    gl.GenTextures(1, &state.shadow_map);
-    gl.ActiveTexture(GL_TEXTURE1);
-    gl.BindTexture(GL_TEXTURE_2D, state.shadow_map);
-    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_DEPTH_COMPONENT32F, SHADOW_MAP_SIDE, SHADOW_MAP_SIDE, 0,
-                  GL_DEPTH_COMPONENT, GL_FLOAT, nullptr);
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    GLuint texture;
+    gl.GenTextures(1, &texture);
+    gl.ActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(unit));
+    gl.BindTexture(GL_TEXTURE_2D, texture);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
     gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    return texture;
+}
+
+static int make_textures(void)
+{
+    state.materials = make_texture(UNIT_MATERIALS, GL_NEAREST);
+    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA32F, sizeof(shader_material) / sizeof(shader_vec4),
+                  SHADER_MATERIALS_MAX, 0, GL_RGBA, GL_FLOAT, nullptr);
+    state.shadow_map = make_texture(UNIT_SHADOW, GL_LINEAR);
     gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_COMPARE_MODE, GL_COMPARE_REF_TO_TEXTURE);
     gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_COMPARE_FUNC, GL_LEQUAL);
+    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_DEPTH_COMPONENT32F, SHADOW_MAP_SIDE, SHADOW_MAP_SIDE, 0,
+                  GL_DEPTH_COMPONENT, GL_FLOAT, nullptr);
     gl.GenFramebuffers(1, &state.shadow_target);
     gl.BindFramebuffer(GL_FRAMEBUFFER, state.shadow_target);
     gl.FramebufferTexture2D(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_TEXTURE_2D, state.shadow_map, 0);
@@ -107,7 +129,6 @@ static int make_textures(void)
         desk_say("the graphics device cannot draw a shadow map");
         return -1;
     }
-    gl.GenFramebuffers(1, &state.target);
     return 0;
 }
 
@@ -120,10 +141,12 @@ int render_start(bool gpu)
     if (gl_open(gpu))
         return -1;
     state.open = true;
-    state.batch = new struct batch();
+    state.batch = new batch();
     state.values = new shader_frame();
     state.plan = new resolve_plan();
+    state.drawn = new std::vector<uint32_t>();
     state.texels = new std::vector<float>();
+    state.words = new std::vector<uint32_t>();
     snprintf(state.device, sizeof state.device, "%s",
              reinterpret_cast<const char *>(gl.GetString(GL_RENDERER)));
     make_buffers();
@@ -134,28 +157,40 @@ int render_start(bool gpu)
     return 0;
 }
 
+static void free_targets(void)
+{
+    const GLuint targets[] = {state.surface_target, state.light_target};
+    gl.DeleteFramebuffers(2, targets);
+    const GLuint buffers[] = {state.depth, state.colour};
+    gl.DeleteRenderbuffers(2, buffers);
+    gl.DeleteTextures(1, &state.surfaces);
+    state.surface_target = state.light_target = state.depth = state.colour = state.surfaces = 0;
+    state.width = state.height = 0;
+}
+
 void render_stop(void)
 {
     if (!state.open)
         return;
-    for (GLuint program : state.programs)
+    for (GLuint program : state.surface)
         gl.DeleteProgram(program);
-    gl.DeleteProgram(state.depth);
-    gl.DeleteProgram(state.actor);
-    const GLuint buffers[] = {state.vertices, state.indices, state.casts, state.frame};
-    gl.DeleteBuffers(4, buffers);
-    gl.DeleteVertexArrays(1, &state.array);
+    gl.DeleteProgram(state.shadow);
+    gl.DeleteProgram(state.light);
+    const GLuint buffers[] = {state.vertices, state.indices, state.frame};
+    gl.DeleteBuffers(3, buffers);
+    const GLuint arrays[] = {state.array, state.nothing};
+    gl.DeleteVertexArrays(2, arrays);
     const GLuint textures[] = {state.materials, state.shadow_map};
     gl.DeleteTextures(2, textures);
-    const GLuint targets[] = {state.target, state.shadow_target};
-    gl.DeleteFramebuffers(2, targets);
-    const GLuint renderbuffers[] = {state.colour, state.depth_buffer};
-    gl.DeleteRenderbuffers(2, renderbuffers);
+    gl.DeleteFramebuffers(1, &state.shadow_target);
+    free_targets();
     gl_close();
     delete state.batch;
     delete state.values;
     delete state.plan;
+    delete state.drawn;
     delete state.texels;
+    delete state.words;
     state = {};
 }
 
@@ -164,38 +199,52 @@ const char *render_device(void)
     return state.device;
 }
 
-static int fit_target(int width, int height)
+static GLuint make_renderbuffer(GLenum format, int width, int height)
 {
-    gl.BindFramebuffer(GL_FRAMEBUFFER, state.target);
-    if (state.target_width == width && state.target_height == height)
+    GLuint buffer;
+    gl.GenRenderbuffers(1, &buffer);
+    gl.BindRenderbuffer(GL_RENDERBUFFER, buffer);
+    gl.RenderbufferStorage(GL_RENDERBUFFER, format, width, height);
+    return buffer;
+}
+
+static int fit_targets(int width, int height)
+{
+    if (state.width == width && state.height == height)
         return 0;
-    const GLuint old[] = {state.colour, state.depth_buffer};
-    gl.DeleteRenderbuffers(2, old);
-    gl.GenRenderbuffers(1, &state.colour);
-    gl.BindRenderbuffer(GL_RENDERBUFFER, state.colour);
-    gl.RenderbufferStorage(GL_RENDERBUFFER, GL_RGBA32F, width, height);
+    free_targets();
+    state.surfaces = make_texture(UNIT_SURFACES, GL_NEAREST);
+    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA32UI, width, height, 0, GL_RGBA_INTEGER, GL_UNSIGNED_INT, nullptr);
+    state.depth = make_renderbuffer(GL_DEPTH_COMPONENT32F, width, height);
+    state.colour = make_renderbuffer(GL_RGBA32F, width, height);
+    gl.GenFramebuffers(1, &state.surface_target);
+    gl.BindFramebuffer(GL_FRAMEBUFFER, state.surface_target);
+    gl.FramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, state.surfaces, 0);
+    gl.FramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, state.depth);
+    bool whole = gl.CheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    gl.GenFramebuffers(1, &state.light_target);
+    gl.BindFramebuffer(GL_FRAMEBUFFER, state.light_target);
     gl.FramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, state.colour);
-    gl.GenRenderbuffers(1, &state.depth_buffer);
-    gl.BindRenderbuffer(GL_RENDERBUFFER, state.depth_buffer);
-    gl.RenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT32F, width, height);
-    gl.FramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, state.depth_buffer);
-    if (gl.CheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+    whole = whole && gl.CheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    if (!whole) {
         desk_say("the graphics device cannot draw a picture of %d x %d", width, height);
+        free_targets();
         return -1;
     }
-    state.target_width = width;
-    state.target_height = height;
+    state.width = width;
+    state.height = height;
     return 0;
 }
 
-// The lens's pinhole, as wide as the plan's reach, from 3 cm to 100 m.
-static void fill_view(const resolve_plan *plan, float m[16])
+// The lens's pinhole, as wide as the plan's reach, from 3 cm to 100 m; and its rays.
+static void fill_view(const resolve_plan *plan, shader_frame *frame)
 {
     const scene_lens &lens = plan->lens;
     const float near = 0.03f, far = 100;
     const scene_vec rows[4] = {lens.right * (1 / (lens.half_width * plan->reach_x)),
                                lens.up * (1 / (lens.half_width * plan->reach_y)),
                                lens.ahead * ((far + near) / (far - near)), lens.ahead};
+    float *m = frame->view;
     for (int i = 0; i < 4; i++) {
         m[i] = rows[i].x;
         m[4 + i] = rows[i].y;
@@ -203,78 +252,92 @@ static void fill_view(const resolve_plan *plan, float m[16])
         m[12 + i] = -scene_dot(rows[i], lens.position);
     }
     m[14] -= 2 * far * near / (far - near);
+    const scene_vec right = lens.right * (lens.half_width * plan->reach_x);
+    const scene_vec up = lens.up * (lens.half_width * plan->reach_y);
+    frame->right = {right.x, right.y, right.z, 0};
+    frame->up = {up.x, up.y, up.z, 0};
+    frame->ahead = {lens.ahead.x, lens.ahead.y, lens.ahead.z, 0};
 }
 
-static int upload(const scene_snapshot *snapshot)
+static void find_visible(void)
 {
-    const scene_light *key = lighting_key(snapshot);
-    if (batch_fill(snapshot, key && key->kind == LIGHT_SUN, state.batch))
-        return -1;
-    const struct batch *batch = state.batch;
-    if (batch->materials.size() > MATERIAL_ROWS_MAX) {
-        desk_say("the scene has %zu materials, more than the %d that can be drawn", batch->materials.size(),
-                 MATERIAL_ROWS_MAX);
-        return -1;
+    std::vector<uint32_t> *drawn = state.drawn;
+    drawn->clear();
+    batch_look(state.batch, state.values->view, state.width, state.height);
+    for (int i = 0; i < PATTERNS; i++) {
+        state.first[i] = drawn->size();
+        batch_visible(state.batch, state.batch->sorted[i], state.width, state.height, true, drawn);
+        state.count[i] = drawn->size() - state.first[i];
     }
+    state.casts = drawn->size();
+    if (state.values->counts.y > 0) {
+        batch_look(state.batch, state.values->shadow, SHADOW_MAP_SIDE, SHADOW_MAP_SIDE);
+        batch_visible(state.batch, state.batch->casts, SHADOW_MAP_SIDE, SHADOW_MAP_SIDE, false, drawn);
+    }
+    state.cast_count = drawn->size() - state.casts;
+}
+
+static void upload(void)
+{
+    const struct batch *batch = state.batch;
     const auto bytes = [](size_t count, size_t size) { return static_cast<GLsizeiptr>(count * size); };
-    gl.BindBuffer(GL_ARRAY_BUFFER, state.vertices);
     gl.BufferData(GL_ARRAY_BUFFER, bytes(batch->vertices.size(), sizeof(batch_vertex)),
                   batch->vertices.data(), GL_STREAM_DRAW);
-    gl.BindBuffer(GL_ELEMENT_ARRAY_BUFFER, state.casts);
-    gl.BufferData(GL_ELEMENT_ARRAY_BUFFER, bytes(batch->casts.size(), 4), batch->casts.data(),
+    gl.BufferData(GL_ELEMENT_ARRAY_BUFFER, bytes(state.drawn->size(), sizeof(uint32_t)), state.drawn->data(),
                   GL_STREAM_DRAW);
-    gl.BindBuffer(GL_ELEMENT_ARRAY_BUFFER, state.indices);
-    gl.BufferData(GL_ELEMENT_ARRAY_BUFFER, bytes(batch->indices.size(), 4), batch->indices.data(),
-                  GL_STREAM_DRAW);
-    gl.ActiveTexture(GL_TEXTURE0);
+    gl.BufferSubData(GL_UNIFORM_BUFFER, 0, sizeof *state.values, state.values);
+    gl.ActiveTexture(GL_TEXTURE0 + UNIT_MATERIALS);
     if (!batch->materials.empty())
         gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, sizeof(shader_material) / sizeof(shader_vec4),
                          static_cast<GLsizei>(batch->materials.size()), GL_RGBA, GL_FLOAT,
                          batch->materials.data());
-    memset(state.values, 0, sizeof *state.values);
-    lighting_fill(snapshot, batch, state.values);
-    fill_view(state.plan, state.values->view);
-    const scene_vec eye = snapshot->view.position;
-    // A float holds seconds well enough for what moves on a screen only while they are few.
-    state.values->eye = {eye.x, eye.y, eye.z, static_cast<float>(fmod(snapshot->time, 4096))};
-    gl.BufferSubData(GL_UNIFORM_BUFFER, 0, sizeof *state.values, state.values);
-    return 0;
+}
+
+static void draw_triangles(size_t first, size_t count)
+{
+    if (count > 0)
+        gl.DrawElements(GL_TRIANGLES, static_cast<GLsizei>(count), GL_UNSIGNED_INT,
+                        reinterpret_cast<const void *>(first * sizeof(uint32_t)));
 }
 
 static void draw_shadow(void)
 {
     gl.BindFramebuffer(GL_FRAMEBUFFER, state.shadow_target);
     gl.Viewport(0, 0, SHADOW_MAP_SIDE, SHADOW_MAP_SIDE);
-    const float one = 1;
-    gl.ClearBufferfv(GL_DEPTH, 0, &one);
-    gl.Disable(GL_CULL_FACE);
-    gl.Enable(GL_POLYGON_OFFSET_FILL);
-    gl.PolygonOffset(2, 4);
-    gl.UseProgram(state.depth);
-    gl.BindBuffer(GL_ELEMENT_ARRAY_BUFFER, state.casts);
-    gl.DrawElements(GL_TRIANGLES, static_cast<GLsizei>(state.batch->casts.size()), GL_UNSIGNED_INT, nullptr);
-    gl.Disable(GL_POLYGON_OFFSET_FILL);
-    gl.BindBuffer(GL_ELEMENT_ARRAY_BUFFER, state.indices);
+    const float far = 1;
+    gl.ClearBufferfv(GL_DEPTH, 0, &far);
+    gl.CullFace(GL_FRONT);
+    gl.UseProgram(state.shadow);
+    draw_triangles(state.casts, state.cast_count);
 }
 
-static void clear_target(const float colour[4])
+static void draw_surfaces(void)
 {
-    gl.Viewport(0, 0, state.target_width, state.target_height);
-    const float one = 1;
-    gl.ClearBufferfv(GL_COLOR, 0, colour);
-    gl.ClearBufferfv(GL_DEPTH, 0, &one);
-    gl.Enable(GL_DEPTH_TEST);
-    gl.DepthFunc(GL_LEQUAL);
-    gl.Enable(GL_CULL_FACE);
+    gl.BindFramebuffer(GL_FRAMEBUFFER, state.surface_target);
+    gl.Viewport(0, 0, state.width, state.height);
+    const float far = 1;
+    const GLuint nothing[4] = {0, 0, 0, 0};
+    gl.ClearBufferfv(GL_DEPTH, 0, &far);
+    gl.ClearBufferuiv(GL_COLOR, 0, nothing);
+    gl.CullFace(GL_BACK);
+    for (int i = 0; i < PATTERNS; i++) {
+        gl.UseProgram(state.surface[i]);
+        draw_triangles(state.first[i], state.count[i]);
+    }
 }
 
-static void read_target(void)
+static void draw_light(void)
 {
-    state.texels->resize(static_cast<size_t>(state.target_width) * static_cast<size_t>(state.target_height) *
-                         BANDS);
-    gl.ReadPixels(0, 0, state.target_width, state.target_height, GL_RGBA, GL_FLOAT, state.texels->data());
+    gl.BindFramebuffer(GL_FRAMEBUFFER, state.light_target);
+    gl.Viewport(0, 0, state.width, state.height);
+    gl.Disable(GL_DEPTH_TEST);
+    gl.BindVertexArray(state.nothing);
+    gl.UseProgram(state.light);
+    gl.DrawArrays(GL_TRIANGLES, 0, 3);
+    gl.BindVertexArray(state.array);
 }
 
+// Up to the surfaces.
 static int begin(const scene_snapshot *snapshot, int width, int height)
 {
     if (!state.open) {
@@ -289,7 +352,21 @@ static int begin(const scene_snapshot *snapshot, int width, int height)
     }
     const scene_lens lens = scene_lens_of(&snapshot->view, width, height);
     resolve_fit(&lens, width <= 640 ? 2 : 1.25f, state.plan);
-    return upload(snapshot);
+    const scene_light *key = lighting_key(snapshot);
+    if (fit_targets(state.plan->width, state.plan->height) ||
+        batch_fill(snapshot, key && key->kind == LIGHT_SUN, state.batch))
+        return -1;
+    *state.values = {};
+    lighting_fill(snapshot, state.batch, state.values);
+    fill_view(state.plan, state.values);
+    const scene_vec eye = snapshot->view.position;
+    // A float holds seconds well enough for what moves on a screen only while they are few.
+    state.values->eye = {eye.x, eye.y, eye.z, static_cast<float>(fmod(snapshot->time, 4096))};
+    find_visible();
+    upload();
+    gl.Enable(GL_DEPTH_TEST);
+    gl.Enable(GL_CULL_FACE);
+    return 0;
 }
 
 int render_draw(const scene_snapshot *snapshot, int width, int height, render_picture *picture)
@@ -298,34 +375,33 @@ int render_draw(const scene_snapshot *snapshot, int width, int height, render_pi
         return -1;
     if (state.values->counts.y > 0)
         draw_shadow();
-    if (fit_target(state.plan->width, state.plan->height))
+    draw_surfaces();
+    draw_light();
+    state.texels->resize(static_cast<size_t>(state.width) * static_cast<size_t>(state.height) * BANDS);
+    gl.ReadPixels(0, 0, state.width, state.height, GL_RGBA, GL_FLOAT, state.texels->data());
+    if (!gl_fine("drawing"))
         return -1;
-    clear_target(snapshot->sky);
-    for (int i = 0; i < PATTERNS; i++)
-        if (state.batch->count[i] > 0) {
-            gl.UseProgram(state.programs[i]);
-            gl.DrawElements(GL_TRIANGLES, static_cast<GLsizei>(state.batch->count[i]), GL_UNSIGNED_INT,
-                            reinterpret_cast<const void *>(state.batch->first[i] * sizeof(uint32_t)));
-        }
-    read_target();
     picture->width = width;
     picture->height = height;
     picture->light.resize(static_cast<size_t>(width) * static_cast<size_t>(height) * BANDS);
     resolve_light(state.plan, state.texels->data(), picture->light.data());
-    return gl_fine("drawing") ? 0 : -1;
+    return 0;
 }
 
 int render_actors(const scene_snapshot *snapshot, int width, int height, std::vector<uint32_t> *actors)
 {
-    if (begin(snapshot, width, height) || fit_target(state.plan->width, state.plan->height))
+    if (begin(snapshot, width, height))
         return -1;
-    const float nobody[4] = {0, 0, 0, 0};
-    clear_target(nobody);
-    gl.UseProgram(state.actor);
-    gl.DrawElements(GL_TRIANGLES, static_cast<GLsizei>(state.batch->indices.size()), GL_UNSIGNED_INT,
-                    nullptr);
-    read_target();
+    draw_surfaces();
+    state.words->resize(static_cast<size_t>(state.width) * static_cast<size_t>(state.height) * 4);
+    gl.ReadPixels(0, 0, state.width, state.height, GL_RGBA_INTEGER, GL_UNSIGNED_INT, state.words->data());
+    if (!gl_fine("drawing actors"))
+        return -1;
     actors->resize(static_cast<size_t>(width) * static_cast<size_t>(height));
-    resolve_nearest(state.plan, state.texels->data(), actors->data());
-    return gl_fine("drawing actors") ? 0 : -1;
+    resolve_nearest(state.plan, state.words->data(), actors->data());
+    for (uint32_t &word : *actors) {
+        const int object = shader_object_of(word);
+        word = object >= 0 ? snapshot->objects[static_cast<size_t>(object)].actor : 0;
+    }
+    return 0;
 }

@@ -101,12 +101,12 @@ static int middle_of(const float weights[4])
     return weights[2] > weights[1] ? 2 : 1;
 }
 
-void resolve_nearest(const resolve_plan *plan, const float *texels, uint32_t *numbers)
+void resolve_nearest(const resolve_plan *plan, const uint32_t *texels, uint32_t *words)
 {
     for (const resolve_plan::taps &taps : plan->pixels) {
         const size_t at = taps.first +
                           static_cast<size_t>(middle_of(taps.along)) * static_cast<size_t>(plan->width) +
                           static_cast<size_t>(middle_of(taps.across));
-        *numbers++ = static_cast<uint32_t>(texels[at * BANDS]);
+        *words++ = texels[at * 4 + 3];
     }
 }

@@ -24,7 +24,7 @@ struct resolve_plan {
 void resolve_fit(const scene_lens *lens, float scale, resolve_plan *plan);
 // `texels`: plan->width x plan->height, four bands each. `light`: the lens's width x height, four bands each.
 void resolve_light(const resolve_plan *plan, const float *texels, float *light);
-// The first band of the texel in which each pixel's middle lies.
-void resolve_nearest(const resolve_plan *plan, const float *texels, uint32_t *numbers);
+// The last word of the texel in which each pixel's middle lies. `texels`: four words each.
+void resolve_nearest(const resolve_plan *plan, const uint32_t *texels, uint32_t *words);
 
 #endif

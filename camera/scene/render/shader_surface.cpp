@@ -1,67 +1,38 @@
-// The shaders. Luminance of a point = reflectance / pi x light that falls on it + gloss + what it emits.
+// What is seen: patterns, reflectance and normals, before any light.
 //
-// Where the approximations come from:
-// - A lamp of radius r seen square on lights a point at distance d with I / (d^2 + r^2): exact for a disc that shines
-//   by Lambert's law, on its axis (J. H. Lambert, Photometria, 1760); it keeps a point lamp finite too.
-// - The cone of an LED is a power of the cosine, I = I0 cos^m, with m = ln 0.5 / ln cos(half angle): the generalized
-//   Lambertian pattern (I. Moreno, C.-C. Sun, Modeling the radiation pattern of LEDs, 2008). A surface that shines by
-//   Lambert's law has m = 1, a bare lamp m = 0.
-// - Large lamps light beyond the edge of what faces them: n.l is wrapped by the sine of the angle under which the
-//   lamp's radius is seen.
-// - Gloss: Blinn's lobe with the factor (e + 8) / (8 pi) that keeps its energy (T. Akenine-Moeller, E. Haines,
-//   Real-Time Rendering), and Schlick's approximation of Fresnel's law from 0.04.
-// - Light from everywhere is darkened near the room's edges, where walls see each other instead of the room, and below
-//   and beside what stands about (the share of the sky that a sphere covers, r^2 / d^2 cos).
+// Patterns are made here and not by meshes, so that meshes stay small. Each fades to its mean where it is finer than
+// the texels that show it.
 #include "shaders.h"
 
-#define FRAME                                                                                                \
-    "precision highp float;\n"                                                                               \
-    "struct Light { vec4 position, direction, strength, extent, plane, across, along, centre; };\n"          \
-    "layout(std140) uniform Frame {\n"                                                                       \
-    "    mat4 view, shadow;\n"                                                                               \
-    "    vec4 eye, ambient, room_low, room_high, counts;\n"                                                  \
-    "    Light lights[12];\n"                                                                                \
-    "    vec4 blobs[16];\n"                                                                                  \
-    "};\n"
-static_assert(SHADER_LIGHTS_MAX == 12 && SHADER_BLOBS_MAX * 2 == 16, "the text above says the same");
-
-const char shader_vertex[] = FRAME R"(
+const char shader_surface_vertex[] = SHADER_FRAME R"(
 layout(location = 0) in vec3 position;
 layout(location = 1) in vec3 normal;
 layout(location = 2) in vec2 surface;
 layout(location = 3) in uvec2 numbers; // material, object
-uniform highp sampler2D materials;
-out vec3 v_position, v_normal;
+uniform sampler2D materials;
+out vec4 v_normal; // w: metres ahead
 out vec2 v_surface;
-out vec4 v_shadow;
-flat out vec4 v_first, v_second, v_emission, v_ways;
-flat out float v_object;
+flat out vec4 v_first, v_second, v_ways;
+flat out uvec2 v_numbers;
 void main()
 {
     int row = int(numbers.x);
     v_first = texelFetch(materials, ivec2(0, row), 0);
     v_second = texelFetch(materials, ivec2(1, row), 0);
-    v_emission = texelFetch(materials, ivec2(2, row), 0);
     v_ways = texelFetch(materials, ivec2(3, row), 0);
-    v_position = position;
-    v_normal = normal;
     v_surface = surface;
-    v_object = float(numbers.y);
-    v_shadow = shadow * vec4(position + normal * counts.z, 1.0);
+    v_numbers = numbers;
     gl_Position = view * vec4(position, 1.0);
+    v_normal = vec4(normal, gl_Position.w);
 }
 )";
 
-const char shader_fragment[] = FRAME R"(
-precision highp int;
-precision highp sampler2DShadow;
-in vec3 v_position, v_normal;
+const char shader_surface_fragment[] = SHADER_FRAME R"(
+in vec4 v_normal;
 in vec2 v_surface;
-in vec4 v_shadow;
-flat in vec4 v_first, v_second, v_emission, v_ways;
-flat in float v_object;
-uniform sampler2DShadow shadow_map;
-layout(location = 0) out vec4 light;
+flat in vec4 v_first, v_second, v_ways;
+flat in uvec2 v_numbers;
+layout(location = 0) out uvec4 seen;
 
 float hash(ivec2 p, uint seed)
 {
@@ -104,7 +75,7 @@ float box(vec2 p, vec2 centre, vec2 half_sides)
 
 void main()
 {
-    vec4 first = v_first, emission = v_emission;
+    vec4 first = v_first;
     vec2 at = v_surface;
     uint seed = uint(v_ways.w);
 #if PATTERN >= 1 && PATTERN <= 8
@@ -156,8 +127,7 @@ void main()
         shown = mix(shown, mix(upper.zxy, lower.yzx, tone) * (0.3 + tone),
                     inside(ellipse(at, fract(middle), half_sides), 0.03));
     }
-    emission.rgb *= (0.25 + 1.2 * hash(ivec2(11, 0), scene)) * shown * 1.6;
-    emission.a *= dot(shown, vec3(0.4, 0.4, 0.2));
+    first = vec4(shown, dot(shown, vec3(0.4, 0.4, 0.2))) * (0.25 + 1.2 * hash(ivec2(11, 0), scene)) * (1.6 / 2.4);
 #elif PATTERN == 10
     vec3 paper = mix(first.rgb, v_second.rgb, 0.25);
     first.rgb = mix(paper, v_second.rgb, smoothstep(-0.1, 0.1, 0.2 + 0.15 * sin(at.x * 5.0 + float(seed & 7u)) - at.y));
@@ -193,93 +163,14 @@ void main()
     first = mix(first, skin * 0.5, inside(box(at, vec2(0.5, 0.825), vec2(0.02, 0.004)), w));
 #endif
 
-    vec3 n = normalize(v_normal), to_eye = normalize(eye.xyz - v_position);
-
-    // What comes from everywhere.
-    vec3 edge = exp2(min(v_position - room_low.xyz, room_high.xyz - v_position) * -5.0) * (1.0 - abs(n));
-    float open = 1.0 - 0.35 * min(edge.x + edge.y + edge.z, 1.0);
-    for (int i = 0; i < int(counts.w); i++) {
-        vec4 blob = blobs[2 * i];
-        vec3 d = (blob.xyz - v_position) * blobs[2 * i + 1].xyz;
-        float square = max(dot(d, d), 1.0);
-        float cover = max(dot(n, blob.xyz - v_position), 0.0) * inversesqrt(dot(blob.xyz - v_position, blob.xyz - v_position) + 1e-4);
-        open *= 1.0 - (blob.w == v_object ? 0.0 : 0.75) * cover / (square * square);
-    }
-    vec4 falls = ambient * (open * (1.0 + 0.2 * n.z));
-
-    float lit = 1.0;
-    if (counts.y > 0.0) {
-        // Two taps of four texels, turned from pixel to pixel of a block of 2 x 2: the picture is drawn at twice
-        // its size, so that a pixel of it sees eight.
-        vec3 place = v_shadow.xyz / v_shadow.w * 0.5 + 0.5;
-        vec2 turn = vec2(fract(gl_FragCoord.x * 0.5) < 0.5 ? 1.0 : -1.0, fract(gl_FragCoord.y * 0.5) < 0.5 ? 1.0 : -1.0);
-        vec2 reach = turn * lights[0].extent.z;
-        float sum = texture(shadow_map, vec3(place.xy + reach * vec2(1.0, 0.35), place.z));
-        sum += texture(shadow_map, vec3(place.xy - reach * vec2(0.35, 0.9), place.z));
-        vec2 rim = clamp(8.0 - 16.0 * abs(place.xy - 0.5), 0.0, 1.0);
-        lit = v_shadow.w > 0.0 && place.z < 1.0 ? mix(1.0, sum * 0.5, rim.x * rim.y) : 1.0;
-    }
-    float through = v_ways.z, gloss = v_ways.y, power = exp2(3.0 + 7.0 * gloss);
-    vec4 shine = vec4(0.0);
-    for (int i = 0; i < int(counts.x); i++) {
-        vec3 to_light = lights[i].position.xyz - v_position * lights[i].position.w;
-        float square = dot(to_light, to_light);
-        vec3 l = to_light * inversesqrt(square);
-        float radius = lights[i].extent.x;
-        float inverse = 1.0 / (square + radius);
-        float wrap = sqrt(radius * inverse);
-        float facing = dot(n, l);
-        float cone = exp2(lights[i].direction.w * log2(max(dot(l, -lights[i].direction.xyz), 1e-6)));
-        float share = inverse * cone * lit;
-        if (lights[i].extent.y > 0.0) {
-            float far = (lights[i].plane.w - dot(lights[i].plane.xyz, v_position)) / dot(lights[i].plane.xyz, l);
-            vec3 crossing = v_position + l * far - lights[i].centre.xyz;
-            float soft = 0.012 * abs(far) + 0.005;
-            float a = lights[i].across.w * (1.0 - abs(dot(crossing, lights[i].across.xyz)));
-            float b = lights[i].along.w * (1.0 - abs(dot(crossing, lights[i].along.xyz)));
-            share *= far > 0.0 ? clamp(a / soft + 0.5, 0.0, 1.0) * clamp(b / soft + 0.5, 0.0, 1.0) : 0.0;
-        }
-        float front = max((facing + wrap) / (1.0 + wrap), 0.0);
-        float strength = share * (front + through * max(-facing, 0.0));
-        falls += lights[i].strength * strength;
-        vec3 middle = normalize(l + to_eye);
-        shine += lights[i].strength * (share * front * exp2(power * log2(max(dot(n, middle), 1e-6))));
-        lit = 1.0;
-    }
-    float grazing = 1.0 - max(dot(n, to_eye), 0.0);
-    float mirror = 0.04 + 0.96 * grazing * grazing * grazing * grazing * grazing;
-    light = first * falls * 0.318310 + emission + gloss * mirror * (shine * ((power + 8.0) * 0.0398) + ambient * 0.2);
-}
-)";
-
-const char shader_depth_vertex[] = FRAME R"(
-layout(location = 0) in vec3 position;
-void main()
-{
-    gl_Position = shadow * vec4(position, 1.0);
-}
-)";
-const char shader_depth_fragment[] = R"(
-precision highp float;
-void main() {}
-)";
-
-const char shader_actor_vertex[] = FRAME R"(
-layout(location = 0) in vec3 position;
-layout(location = 4) in uint actor;
-flat out float v_actor;
-void main()
-{
-    v_actor = float(actor);
-    gl_Position = view * vec4(position, 1.0);
-}
-)";
-const char shader_actor_fragment[] = R"(
-precision highp float;
-flat in float v_actor;
-layout(location = 0) out vec4 light;
-void main()
-{
-    light = vec4(v_actor);
+    vec2 n = v_normal.xy / (abs(v_normal.x) + abs(v_normal.y) + abs(v_normal.z));
+    if (v_normal.z < 0.0)
+        n = (1.0 - abs(n.yx)) * vec2(n.x < 0.0 ? -1.0 : 1.0, n.y < 0.0 ? -1.0 : 1.0);
+    uvec4 root = uvec4(sqrt(clamp(first, 0.0, 1.0)) * 255.0 + 0.5);
+    uvec2 ways = uvec2(v_ways.yz * 31.0 + 0.5);
+    seen.x = floatBitsToUint(v_normal.w);
+    seen.y = packSnorm2x16(n);
+    seen.z = root.x | root.y << 8 | root.z << 16 | root.w << 24;
+    seen.w = v_numbers.x | v_numbers.y << 11 | ways.x << 21 | ways.y << 26 | (PATTERN == 9 ? 1u << 31 : 0u);
 }
 )";
