@@ -42,19 +42,25 @@ double dot(point3 a, point3 b)
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
 
-// The ideal direction of a seen point, also far outside the picture, where the lens's formula folds: from
-// STRAIGHT_ON on it continues along its tangent.
-scene_point canvas_ideal(const scene_lens &lens, scene_point seen)
+// Where the lens's curve ends and the canvas goes on along its tangent: ideal radius, and the seen radius's
+// growth with the ideal one there.
+struct straight {
+    float radius, slope;
+};
+straight straight_of(const scene_lens &lens)
+{
+    const float k = lens.distortion, radius = scene_undistort(lens, {STRAIGHT_ON, 0}).x;
+    return {radius, (1 + 3 * k * radius * radius) / (1 + k)};
+}
+
+// The ideal direction of a seen point, also far outside the picture, where the lens's formula folds.
+scene_point canvas_ideal(const scene_lens &lens, const straight &end, scene_point seen)
 {
     const float radius = sqrtf(seen.x * seen.x + seen.y * seen.y);
     if (radius <= STRAIGHT_ON)
         return scene_undistort(lens, seen);
-    const float scale = STRAIGHT_ON / radius, k = lens.distortion;
-    const scene_point border = scene_undistort(lens, {seen.x * scale, seen.y * scale});
-    const float r = sqrtf(border.x * border.x + border.y * border.y);
-    const float slope = (1 + k) / (1 + 3 * k * r * r);
-    const float wanted = r + (radius - STRAIGHT_ON) * slope;
-    return {border.x * (wanted / r), border.y * (wanted / r)};
+    const float wanted = end.radius + (radius - STRAIGHT_ON) / end.slope;
+    return {seen.x * (wanted / radius), seen.y * (wanted / radius)};
 }
 
 // Canvas pixels that a seen rectangle can touch.
@@ -68,12 +74,12 @@ void to_canvas(const mask_canvas *canvas, const scene_lens &lens, double x, doub
 {
     const double h = static_cast<double>(lens.half_width), k = static_cast<double>(lens.distortion);
     const double ix = x / h, iy = y / h, square = ix * ix + iy * iy;
-    const scene_point border = scene_undistort(lens, {STRAIGHT_ON, 0});
-    const double edge = static_cast<double>(border.x);
+    const double edge = static_cast<double>(canvas->straight_radius);
     double scale = (1 + k * square) / (1 + k);
     if (square > edge * edge) {
         const double r = sqrt(square);
-        scale = (static_cast<double>(STRAIGHT_ON) + (r - edge) * (1 + 3 * k * edge * edge) / (1 + k)) / r;
+        scale =
+            (static_cast<double>(STRAIGHT_ON) + (r - edge) * static_cast<double>(canvas->straight_slope)) / r;
     }
     const double half = canvas->width * 0.5;
     *column = canvas->left + half + ix * scale * half;
@@ -203,6 +209,9 @@ void mask_prepare(mask_canvas *canvas, const scene_lens &lens, bool around)
     canvas->top = around ? height : 0;
     canvas->distortion = lens.distortion;
     canvas->half_width = lens.half_width;
+    const straight end = straight_of(lens);
+    canvas->straight_radius = end.radius;
+    canvas->straight_slope = end.slope;
     const size_t all = static_cast<size_t>(columns) * static_cast<size_t>(rows);
     canvas->x.resize(all);
     canvas->y.resize(all);
@@ -212,7 +221,7 @@ void mask_prepare(mask_canvas *canvas, const scene_lens &lens, bool around)
         for (int column = 0; column < columns; column++) {
             const scene_point pixel = {static_cast<float>(column - canvas->left) + 0.5f,
                                        static_cast<float>(row - canvas->top) + 0.5f};
-            const scene_point ideal = canvas_ideal(lens, scene_from_pixel(lens, pixel));
+            const scene_point ideal = canvas_ideal(lens, end, scene_from_pixel(lens, pixel));
             const size_t at =
                 static_cast<size_t>(row) * static_cast<size_t>(columns) + static_cast<size_t>(column);
             canvas->x[at] = ideal.x * lens.half_width;

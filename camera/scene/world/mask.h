@@ -16,11 +16,13 @@ struct mask_point {
 // The picture in the middle of a canvas three times as wide and high, on which one can count what somebody
 // covers outside the picture.
 struct mask_canvas {
-    int width = 0, height = 0;    // of the picture
-    int columns = 0, rows = 0;    // of the canvas
-    int left = 0, top = 0;        // of the picture on the canvas
-    float distortion = 0;         // of the lens that the directions are for
-    float half_width = 0;         // likewise
+    int width = 0, height = 0; // of the picture
+    int columns = 0, rows = 0; // of the canvas
+    int left = 0, top = 0;     // of the picture on the canvas
+    float distortion = 0;      // of the lens that the directions are for
+    float half_width = 0;      // likewise
+    float straight_radius = 0,
+          straight_slope = 0;     // from where on, and how, directions go on without the lens's curve
     std::vector<float> x, y;      // where each canvas pixel's middle looks: camera coordinates with z = 1
     std::vector<uint32_t> covers; // by canvas pixel: who was drawn there last, as a stamp
     uint32_t stamp = 0;

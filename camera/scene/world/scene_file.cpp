@@ -142,6 +142,7 @@ bool read_lights(reader *r, json_object *list, scene_script *script)
         read_switch(entry, "ceiling", &change.ceiling);
         read_switch(entry, "table", &change.table);
         read_switch(entry, "tv", &change.tv);
+        read_switch(entry, "corridor", &change.corridor);
         read_switch(entry, "filter", &change.filter);
         read_switch(entry, "grey", &change.grey);
         read_number(entry, "curtain", &change.curtain);

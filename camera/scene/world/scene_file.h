@@ -65,8 +65,10 @@ struct scene_actor {
 // A change of light, curtain or lamp. What is not given stays as it was.
 struct scene_change {
     double at = 0;
-    int ceiling = -1, table = -1, tv = -1, filter = -1, grey = -1; // -1: stays; 0, 1
-    float curtain = -1, wind = -1, infrared = -1, white = -1;      // below 0: stays
+    int ceiling = -1, table = -1, tv = -1, corridor = -1; // -1: stays; 0, 1
+    int filter = -1, grey = -1;                           // likewise
+
+    float curtain = -1, wind = -1, infrared = -1, white = -1; // below 0: stays
     float swing = 0;      // degrees of a push to the hanging lamp; 0: none
     float headlights = 0; // seconds that a car takes to pass; 0: none
 };

@@ -31,6 +31,7 @@ void stage_light_at(const scene_script &script, double time, room_state *state, 
         state->ceiling_lamp = on(change.ceiling, state->ceiling_lamp);
         state->table_lamp = on(change.table, state->table_lamp);
         state->tv = on(change.tv, state->tv);
+        state->corridor_lamp = on(change.corridor, state->corridor_lamp);
         optics->filter = on(change.filter, optics->filter);
         optics->grey = on(change.grey, optics->grey);
         if (change.curtain >= 0)

@@ -427,6 +427,9 @@ bool plan_step(planner *p, const scene_step &step, const std::string &path)
     }
     const bool seated_first = p->away && p->result->legs.empty() &&
                               (step.verb == VERB_SIT || step.verb == VERB_DESK || step.verb == VERB_LIE);
+    // What flies or hangs is simply there again.
+    if (p->away && p->actor.at.given && !needs_floor(p->actor))
+        p->away = false;
     if (p->away && !seated_first)
         return fail(p, path,
                     "\"" + p->actor.name +

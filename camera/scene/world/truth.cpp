@@ -31,20 +31,35 @@ bool stands_still(const scene_object &object)
     return object.actor == 0 && !object.moves;
 }
 
+// A sum over the corners' bits, each with its own weight.
+uint64_t shape_of(const scene_mesh &mesh, uint64_t sum)
+{
+    static_assert(sizeof(scene_vec) == 3 * sizeof(uint32_t), "read as three words");
+    for (const scene_vertex &vertex : mesh.vertices) {
+        uint32_t words[3];
+        memcpy(words, &vertex.position, sizeof words);
+        sum = (sum + words[0]) * UINT64_C(0x9e3779b97f4a7c15);
+        sum += (static_cast<uint64_t>(words[1]) << 32) ^ words[2];
+    }
+    return sum;
+}
+
 // Draws what stands still, or takes it from the last time.
 void draw_backdrop(world *w, const scene_lens &lens, const scene_snapshot *snapshot)
 {
     world_backdrop &kept = w->backdrop;
     size_t matching = 0;
+    uint64_t shape = 0;
     bool same = kept.valid && same_view(kept.view, snapshot->view);
     for (const scene_object &object : snapshot->objects) {
         if (!stands_still(object))
             continue;
         same = same && matching < kept.objects.size() && kept.objects[matching].mesh == object.mesh &&
                same_place(kept.objects[matching].place, object.place);
+        shape = shape_of(*object.mesh, shape);
         matching++;
     }
-    if (same && matching == kept.objects.size()) {
+    if (same && shape == kept.shape && matching == kept.objects.size()) {
         w->canvas.depth = kept.depth;
         w->canvas.actor = kept.actor;
         return;
@@ -59,6 +74,7 @@ void draw_backdrop(world *w, const scene_lens &lens, const scene_snapshot *snaps
     kept.depth = w->canvas.depth;
     kept.actor = w->canvas.actor;
     kept.view = snapshot->view;
+    kept.shape = shape;
     kept.valid = true;
 }
 

@@ -272,7 +272,7 @@ bool world_pose(world *world, size_t actor, double time, const scene_view &view,
     moment.position = a.kind == THING_INSECT ? insect_place(view, a.seed, local) : at.position;
     moment.heading = at.heading;
     moment.way = at.way;
-    moment.speed = at.speed;
+    moment.speed = a.kind == THING_FAN ? 1 : at.speed; // whoever has a fan in a scene wants it to run
     moment.time = static_cast<float>(local);
     thing_pose(a.object, &moment, mesh);
     return true;

@@ -32,6 +32,7 @@ struct world_backdrop {
     bool valid = false;
     scene_view view;
     std::vector<scene_object> objects;
+    uint64_t shape = 0; // of all their corners: a curtain that was drawn has the same mesh, but another shape
     std::vector<float> depth;
     std::vector<uint32_t> actor;
 };
