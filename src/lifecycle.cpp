@@ -12,6 +12,9 @@
 #include <unistd.h>
 
 #include "algo_shbf.h"
+#include "ir_white_led.h"
+#include "ircut.h"
+#include "kv_client.h"
 #include "mid_hchd.h"
 #include "naro_ipc.h"
 #include "naro_util.h"
@@ -40,6 +43,8 @@ static const struct {
     {naro_ipc_server_connect, "naro_ipc_server_connect fail\n", STOP_NOTHING},
     {queues2_init, "queues_init fail\n", STOP_CONNECTION},
     {algo_shbf_init, "algo_shbf_init fail\n", STOP_QUEUES},
+    {ir_white_led_init},
+    {kv_client_init, "kv_client_init fail\n", STOP_EVENT_LOOP},
     // Without a detector the rest of the daemon is still of use.
     {detection_init},
     // The main thread stays in here for as long as the daemon runs.
@@ -50,7 +55,9 @@ static const struct {
     teardown_label label;
     int (*call)(void);
 } teardown[] = {
+    {STOP_TASKS, ircut_exit}, // started by the "power" setting, not here
     {STOP_TASKS, mid_hchd_fini},
+    {STOP_TASKS, kv_client_exit}, // after those whom settings steer
     {STOP_EVENT_LOOP, algo_shbf_fini},
     {STOP_QUEUES, queues2_exit},
     {STOP_CONNECTION, naro_ipc_server_disconnect},

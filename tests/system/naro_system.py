@@ -410,8 +410,24 @@ class SystemTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = folder.name
         os.mkdir(f"{self.root}/run")
+        self.make_board()
         self.programs = []
         self.addCleanup(self._end_programs)
+
+    def make_board(self):
+        """The lines of a board as plain files, which take what is written; nobody moves anything. A desk camera makes
+        them anew."""
+        gpio, pwm = f"{self.root}/sys/class/gpio", f"{self.root}/sys/class/pwm/pwmchip0"
+        files = {f"{folder}/{name}": "" for folder in (gpio, pwm) for name in ("export", "unexport")}
+        files.update({f"{gpio}/gpio{line}/{name}": text for line in (45, 47, 78, 79)
+                      for name, text in (("direction", "in\n"), ("value", "0\n"))})
+        files.update({f"{pwm}/pwm{channel}/{name}": text for channel in (4, 6)
+                      for name, text in (("period", "0\n"), ("duty_cycle", "0\n"), ("enable", "0\n"),
+                                         ("polarity", "normal\n"))})
+        for path, text in files.items():
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w", encoding="ascii") as file:
+                file.write(text)
 
     def _end_programs(self):
         for program in self.programs:

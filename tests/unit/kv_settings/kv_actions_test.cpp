@@ -3,8 +3,40 @@
 
 #include <gtest/gtest.h>
 
+#include "colortrans.h"
+#include "ircut.h"
 #include "mid_hchd.h"
+#include "wdr.h"
 
+std::atomic<int> g_uvo_hdr_flag, g_motor_position_v_p;
+int ircut_init(void)
+{
+    return 0;
+}
+int ircut_mode_switch(int)
+{
+    return 0;
+}
+int ircut_mode_config(int)
+{
+    return 0;
+}
+int fullcolor_mode_config(int)
+{
+    return 0;
+}
+int set_white_led_alarm_info(int, const int *)
+{
+    return 0;
+}
+int wdr_mode_switch(int)
+{
+    return 0;
+}
+int wdr_mode_config(int)
+{
+    return 0;
+}
 int mid_hchd_sensitivity_set(int)
 {
     return 0;
@@ -25,22 +57,26 @@ TEST(KvActions, Detection)
     EXPECT_EQ(kv_actions.people_region_set, set_mid_people_region);
 }
 
+TEST(KvActions, LightAndPicture)
+{
+    EXPECT_EQ(kv_actions.ircut_init, ircut_init);
+    EXPECT_EQ(kv_actions.ircut_mode_switch, ircut_mode_switch);
+    EXPECT_EQ(kv_actions.ircut_mode_config, ircut_mode_config);
+    EXPECT_EQ(kv_actions.fullcolor_mode_config, fullcolor_mode_config);
+    EXPECT_EQ(kv_actions.wdr_mode_switch, wdr_mode_switch);
+    EXPECT_EQ(kv_actions.wdr_mode_config, wdr_mode_config);
+    EXPECT_EQ(kv_actions.white_led_alarm, set_white_led_alarm_info);
+    EXPECT_EQ(kv_actions.hdr_flag, &g_uvo_hdr_flag);
+    EXPECT_EQ(kv_actions.motor_position_v, &g_motor_position_v_p);
+}
+
 // Each of these leaves the list when its module joins the daemon.
 TEST(KvActions, ModulesThatAreStillToCome)
 {
     EXPECT_EQ(kv_actions.fav_area_update, nullptr);
-    EXPECT_EQ(kv_actions.ircut_init, nullptr);
-    EXPECT_EQ(kv_actions.ircut_mode_switch, nullptr);
-    EXPECT_EQ(kv_actions.ircut_mode_config, nullptr);
-    EXPECT_EQ(kv_actions.fullcolor_mode_config, nullptr);
-    EXPECT_EQ(kv_actions.wdr_mode_switch, nullptr);
-    EXPECT_EQ(kv_actions.wdr_mode_config, nullptr);
-    EXPECT_EQ(kv_actions.white_led_alarm, nullptr);
-    EXPECT_EQ(kv_actions.hdr_flag, nullptr);
     EXPECT_EQ(kv_actions.track_mode_config, nullptr);
     EXPECT_EQ(kv_actions.motor_mailbox_init, nullptr);
     EXPECT_EQ(kv_actions.motor_mailbox_fini, nullptr);
-    EXPECT_EQ(kv_actions.motor_position_v, nullptr);
     EXPECT_EQ(kv_actions.sdcard_writable, nullptr);
     EXPECT_EQ(kv_actions.face_detect, nullptr);
     EXPECT_EQ(kv_actions.human_detect, nullptr);

@@ -16,6 +16,9 @@
 #include <vector>
 
 #include "algo_shbf.h"
+#include "ir_white_led.h"
+#include "ircut.h"
+#include "kv_client.h"
 #include "log_capture.h"
 #include "mid_hchd.h"
 #include "naro_ipc.h"
@@ -65,12 +68,13 @@ TEST_F(Lifecycle, WholeLife)
 {
     watch_signals = true;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_THAT(modules.calls,
-                ElementsAre("signal PIPE ignored", "signal INT handled", "signal QUIT handled",
-                            "signal TERM handled", "naro_ipc_server_connect", "queues2_init",
-                            "algo_shbf_init", "mid_hchd_init 2", "algo_shbf_run",
-                            // teardown
-                            "mid_hchd_fini", "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
+    EXPECT_THAT(modules.calls, ElementsAre("signal PIPE ignored", "signal INT handled", "signal QUIT handled",
+                                           "signal TERM handled", "naro_ipc_server_connect", "queues2_init",
+                                           "algo_shbf_init", "ir_white_led_init", "kv_client_init",
+                                           "mid_hchd_init 2", "algo_shbf_run",
+                                           // teardown
+                                           "ircut_exit", "mid_hchd_fini", "kv_client_exit", "algo_shbf_fini",
+                                           "queues2_exit", "naro_ipc_server_disconnect"));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -101,6 +105,24 @@ TEST_F(Lifecycle, NoChannels)
     EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{NARO_LOG_ERR, "algo_shbf_init fail\n"}));
 }
 
+TEST_F(Lifecycle, NoSettings)
+{
+    modules.results["kv_client_init"] = -1;
+    EXPECT_EQ(lifecycle_run(), 0);
+    EXPECT_THAT(modules.calls, ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init",
+                                           "ir_white_led_init", "kv_client_init", "algo_shbf_fini",
+                                           "queues2_exit", "naro_ipc_server_disconnect"));
+    EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{NARO_LOG_ERR, "kv_client_init fail\n"}));
+}
+
+TEST_F(Lifecycle, LightsThatCannotBeSetUpAreNotAFailure)
+{
+    modules.results["ir_white_led_init"] = -1;
+    EXPECT_EQ(lifecycle_run(), 0);
+    EXPECT_EQ(modules.calls.size(), 13u);
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
 TEST_F(Lifecycle, AnyResultButZeroIsAFailure)
 {
     modules.results["queues2_init"] = 1;
@@ -113,18 +135,19 @@ TEST_F(Lifecycle, DetectionThatCannotStartIsNotAFailure)
     modules.results["mid_hchd_init 2"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
     EXPECT_THAT(modules.calls, ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init",
-                                           "mid_hchd_init 2", "algo_shbf_run", "mid_hchd_fini",
+                                           "ir_white_led_init", "kv_client_init", "mid_hchd_init 2",
+                                           "algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
                                            "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
 TEST_F(Lifecycle, ResultsOfLoopAndTeardownDoNotMatter)
 {
-    for (const char *call :
-         {"algo_shbf_run", "mid_hchd_fini", "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
+    for (const char *call : {"algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
+                             "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
         modules.results[call] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 9u);
+    EXPECT_EQ(modules.calls.size(), 13u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -155,7 +178,8 @@ class LifecycleSignal : public Lifecycle, public testing::WithParamInterface<int
         if (child == 0) {
             atexit([] { _exit(7); });
             modules.inside[call] = inside;
-            for (const char *name : {"mid_hchd_fini", "algo_shbf_fini", "queues2_exit"})
+            for (const char *name :
+                 {"ircut_exit", "mid_hchd_fini", "kv_client_exit", "algo_shbf_fini", "queues2_exit"})
                 modules.inside[name] = [] { _exit(8); };
             lifecycle_run();
             _exit(9);
@@ -252,6 +276,22 @@ int algo_shbf_run(void)
 int algo_shbf_fini(void)
 {
     return called("algo_shbf_fini");
+}
+int ir_white_led_init(void)
+{
+    return called("ir_white_led_init");
+}
+int ircut_exit(void)
+{
+    return called("ircut_exit");
+}
+int kv_client_init(void)
+{
+    return called("kv_client_init");
+}
+int kv_client_exit(void)
+{
+    return called("kv_client_exit");
 }
 int mid_hchd_init(int ignored)
 {

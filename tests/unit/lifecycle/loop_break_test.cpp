@@ -191,7 +191,11 @@ class LoopBreak : public testing::Test
     {
         EXPECT_EQ(status, 0);
         EXPECT_LT(took_s, 1.);
-        EXPECT_EQ(log.texts(NARO_LOG_ERR), std::vector<std::string>{});
+        // There is no board here: two LEDs, each asked for, read and set. And one setting is deliberately given up in
+        // another layer than it was followed in.
+        std::vector<std::string> errors(6, "fail to device!\n");
+        errors.push_back("[kv_client_exit]send notify unreg fail[people_sensitivity unreg].\n");
+        EXPECT_EQ(log.texts(NARO_LOG_ERR), errors);
         std::vector<std::string> end;
         for (const std::string &text : log.texts(NARO_LOG_INFO))
             if (text.find("shbf") != std::string::npos || text.find("ev loop") != std::string::npos)
