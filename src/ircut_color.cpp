@@ -121,19 +121,18 @@ static void turn_to_color(ircut_task *task, int mode)
 }
 
 // Back to night. Its failure messages deliberately name the other direction.
-static bool isp_night_again(ircut_task *task)
+static void isp_night_again(ircut_task *task)
 {
     const int ret = naro_isp_daynight_mode_set(NARO_ISP_RUNNING_MODE_NIGHT);
     if (ret != 0) {
         log_err("naro_isp_daynight_mode_set fail NARO_ISP_RUNNING_MODE_DAY ret = %d\n", ret);
-        return false;
+        return;
     }
     naro_clock_sleep_ms(SETTLE_MS);
     naro_isp_daynight_mode_get(&task->isp_mode);
     if (task->isp_mode != NARO_ISP_RUNNING_MODE_NIGHT)
         log_err("[%s] night2day fail\n", TASK_NAME);
     task->isp_mode = NARO_ISP_RUNNING_MODE_NIGHT;
-    return true;
 }
 
 static void turn_to_infrared(ircut_task *task, int mode)
@@ -144,8 +143,7 @@ static void turn_to_infrared(ircut_task *task, int mode)
     naro_clock_sleep_ms(SETTLE_MS);
     ir_white_led_crtl(IR_LED_GPIO, 1);
     task->white_led_seen = 0;
-    if (!isp_night_again(task))
-        return;
+    isp_night_again(task);
     // Lit again meanwhile: from here on the next person lights it.
     if (ir_white_get_light_status() != 0) {
         led_task_set_timer_stop();
