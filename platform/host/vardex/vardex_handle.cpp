@@ -224,6 +224,14 @@ bool vardex_handle_publish(vardex_handle *handle, int layer, unsigned wait_ms)
     return true;
 }
 
+// Tells the store of a mailbox that it has lost, without waiting. True when it knows it now, and something may have been
+// set before it did.
+static bool publish_lost(vardex_handle *handle, int layer)
+{
+    const vardex_reader *reader = &handle->readers[layer];
+    return reader->placed && !reader->published && vardex_handle_publish(handle, layer, 0);
+}
+
 void vardex_handle_forget(vardex_handle *handle, int layer)
 {
     std::vector<std::string> dead;
@@ -255,9 +263,10 @@ void vardex_handle_withdraw(vardex_handle *handle, int layer)
 bool vardex_handle_waits(vardex_handle *handle, int layer)
 {
     if (!begin_look(handle, layer))
-        return false;
+        return publish_lost(handle, layer);
     const bool found = !look_for(handle, layer, INT64_MAX).row.empty();
-    return vardex_store_end(layer, true) && found;
+    const bool done = vardex_store_end(layer, true);
+    return (done && found) || publish_lost(handle, layer);
 }
 
 std::vector<vardex_news> vardex_handle_news(vardex_handle *handle, bool *more)
@@ -274,7 +283,9 @@ std::vector<vardex_news> vardex_handle_news(vardex_handle *handle, bool *more)
         leave_out(reader, layer, &found.row);
         std::vector<vardex_news> read;
         read_news(layer, found.row, &read);
-        if (!vardex_store_end(layer, true))
+        const bool done = vardex_store_end(layer, true);
+        *more |= publish_lost(handle, layer);
+        if (!done)
             continue;
         if (found.row.size() > read.size()) {
             *more = true;

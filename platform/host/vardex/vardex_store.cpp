@@ -159,6 +159,17 @@ void complain(int layer)
             s->key ? s->key : "", s->key ? "\"" : "", layers[layer].path, reason.c_str());
 }
 
+// The system's number behind trouble with a file; 0 when it is not known. That of the log is the log's own to tell.
+int system_error(sqlite3 *db)
+{
+    int error = sqlite3_system_errno(db);
+    sqlite3_file *log = nullptr;
+    if (error == 0 && sqlite3_file_control(db, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log) == SQLITE_OK &&
+        log && log->pMethods)
+        log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+    return error;
+}
+
 // Takes down what SQLite says, the first time since begin.
 void note(store *s)
 {
@@ -173,7 +184,7 @@ void note(store *s)
     case SQLITE_FULL:
     case SQLITE_CANTOPEN:
     case SQLITE_READONLY:
-        s->trouble.error = sqlite3_system_errno(s->database.db);
+        s->trouble.error = system_error(s->database.db);
         break;
     default:
         break;
@@ -202,7 +213,7 @@ enum vardex_begun make_ready(int layer)
     store *s = &stores[layer];
     const char *astray = s->database.db ? vardex_database_astray(&s->database) : nullptr;
     if (astray) {
-        log_warning("[vardex] %s: %s %s while in use; opening it anew\n", layers[layer].name,
+        log_warning("[vardex] %s: while in use, %s %s; it is opened anew\n", layers[layer].name,
                     layers[layer].path, astray);
         close_store(s, true);
     }
@@ -319,6 +330,7 @@ void vardex_store_release(void)
             pthread_mutex_lock(&s.lock);
             if (s.database.db)
                 close_store(&s, s.database.damaged || vardex_database_astray(&s.database) != nullptr);
+            s.troubled = false; // who comes next is told once more
             pthread_mutex_unlock(&s.lock);
         }
     }

@@ -49,7 +49,7 @@ const char settings[] = "PRAGMA max_page_count=4096;"
 
 bool fail(vardex_database *database, vardex_trouble *trouble, const char *words)
 {
-    if (database->db) {
+    if (database->db && !words) {
         trouble->code = sqlite3_extended_errcode(database->db);
         trouble->error = sqlite3_system_errno(database->db);
     }
@@ -156,16 +156,46 @@ bool make_layout(vardex_database *database, vardex_trouble *trouble)
                       std::string(layout) + "PRAGMA user_version=" + number, trouble);
 }
 
+// What is wrong with the beginning of the file itself; null for nothing. While there is a log SQLite may never look at
+// it, and would in the end write the log's pages over whatever it is.
+const char *find_foreign(const vardex_database *database)
+{
+    sqlite3_file *file = nullptr;
+    unsigned char header[HEADER_SIZE];
+    if (sqlite3_file_control(database->db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file ||
+        !file->pMethods || file->pMethods->xRead(file, header, HEADER_SIZE, 0) != SQLITE_OK)
+        return "is no settings store";
+    const unsigned char mark[] = {APPLICATION >> 24, APPLICATION >> 16 & 0xff, APPLICATION >> 8 & 0xff,
+                                  APPLICATION & 0xff};
+    if (memcmp(header, "SQLite format 3", 16) != 0)
+        return "is no settings store";
+    return memcmp(header + HEADER_APPLICATION_AT, mark, sizeof mark) != 0 ? "is another program's database"
+                                                                          : nullptr;
+}
+
+bool is_empty(const vardex_database *database)
+{
+    struct stat status;
+    return stat(database->path, &status) == 0 && status.st_size == 0;
+}
+
+bool has_beside(const vardex_database *database, const char *suffix)
+{
+    struct stat status;
+    return stat((std::string(database->path) + suffix).c_str(), &status) == 0 && status.st_size > 0;
+}
+
 // Makes a file ours that is new, and refuses another's.
 bool settle(vardex_database *database, vardex_trouble *trouble)
 {
-    std::string application, version, pages;
-    if (!ask(database, "PRAGMA page_count", &pages, trouble) ||
-        !ask(database, "PRAGMA application_id", &application, trouble) ||
-        !ask(database, "PRAGMA user_version", &version, trouble))
+    std::string version;
+    // A journal is there when the power went while the file was being made: it puts the beginning right.
+    const char *foreign =
+        is_empty(database) || has_beside(database, "-journal") ? nullptr : find_foreign(database);
+    if (foreign)
+        return fail(database, trouble, foreign);
+    if (!ask(database, "PRAGMA user_version", &version, trouble))
         return false;
-    if (pages != "0" && application != std::to_string(APPLICATION))
-        return fail(database, trouble, "is another program's database");
     if (version == std::to_string(LAYOUT))
         return true;
     if (version != "0")
@@ -251,12 +281,6 @@ bool enter(vardex_database *database, bool durable, bool wipe, int (*busy)(void 
     return true;
 }
 
-bool has_log(const vardex_database *database)
-{
-    struct stat status;
-    return stat((std::string(database->path) + "-wal").c_str(), &status) == 0 && status.st_size > 0;
-}
-
 } // namespace
 
 enum vardex_opened vardex_database_open(vardex_database *database, const char *path, bool create,
@@ -264,7 +288,7 @@ enum vardex_opened vardex_database_open(vardex_database *database, const char *p
                                         void *context, vardex_trouble *trouble)
 {
     *database = {};
-    if (naro_access(path, F_OK) != 0 && errno == ENOENT) {
+    if (naro_access(path, F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
         if (!create)
             return VARDEX_NOT_THERE;
         if (!make_folder(path)) {
@@ -283,7 +307,7 @@ enum vardex_opened vardex_database_open(vardex_database *database, const char *p
                     ? enter(database, durable, wipe, busy, context, trouble)
                     : fail(database, trouble, nullptr);
     const int code = trouble->code & 0xff;
-    if (!done && (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) && !has_log(database) &&
+    if (!done && (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) && !has_beside(database, "-wal") &&
         access(database->path, R_OK) == 0 && access(database->path, W_OK) != 0) {
         // Where nothing can be written, not even the log's index can be made: nobody else can be writing either.
         sqlite3_close(database->db);
@@ -319,17 +343,7 @@ const char *vardex_database_astray(const vardex_database *database)
         if (n == 2 && file->inode != 0 && status.st_size < INDEX_SIZE_MIN)
             return "has a damaged log";
     }
-    // While the log is in use the file's own first page may be changed behind our back without being read again.
-    sqlite3_file *file = nullptr;
-    unsigned char header[HEADER_SIZE];
-    if (sqlite3_file_control(database->db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file ||
-        !file->pMethods || file->pMethods->xRead(file, header, HEADER_SIZE, 0) != SQLITE_OK)
-        return "cannot be read";
-    const unsigned char mark[] = {APPLICATION >> 24, APPLICATION >> 16 & 0xff, APPLICATION >> 8 & 0xff,
-                                  APPLICATION & 0xff};
-    if (memcmp(header, "SQLite format 3", 16) != 0 || memcmp(header + HEADER_APPLICATION_AT, mark, 4) != 0)
-        return "is no database of ours any more";
-    return nullptr;
+    return find_foreign(database);
 }
 
 void vardex_database_check(vardex_database *database)
