@@ -60,14 +60,14 @@ void furniture_sofa(furniture_work *work, const furniture_item *item)
     const float each = (item->w - 2 * arm) / static_cast<float>(seats);
     for (int i = 0; i < seats; i++) {
         const float x = -w + arm + each * (static_cast<float>(i) + 0.5f);
-        shape_cushion(m, {x, 0.06f, 0.365f}, {each / 2 - 0.004f, d - 0.07f, 0.095f}, 0.22f, 16, 6);
+        shape_cushion(m, {x, 0.06f, 0.365f}, {each / 2 - 0.004f, d - 0.07f, 0.095f}, 0.22f, 12, 5);
         const scene_place kept = m->place;
         m->place.origin = scene_put(kept, {x, -d + back + 0.06f, 0.64f});
         // Leans back by some 12 degrees.
         const float c = 0.978f, s = 0.208f;
         m->place.y = kept.y * c + kept.z * s;
         m->place.z = kept.z * c - kept.y * s;
-        shape_cushion(m, {0, 0, 0}, {each / 2 - 0.01f, 0.09f, 0.23f}, 0.28f, 14, 6);
+        shape_cushion(m, {0, 0, 0}, {each / 2 - 0.01f, 0.09f, 0.23f}, 0.28f, 10, 5);
         m->place = kept;
     }
     // Loose cushions lie where the last one to sit there left them.
@@ -83,7 +83,7 @@ void furniture_sofa(furniture_work *work, const furniture_item *item)
         own.z = up;
         m->place = {scene_turn(kept, own.x), scene_turn(kept, own.y), scene_turn(kept, own.z),
                     scene_put(kept, own.origin)};
-        shape_cushion(m, {0, 0, 0}, {0.21f, 0.07f, 0.2f}, 0.45f, 12, 6);
+        shape_cushion(m, {0, 0, 0}, {0.21f, 0.07f, 0.2f}, 0.45f, 10, 5);
         m->place = kept;
     }
     if (seats == 3) { // a blanket over the arm
@@ -100,9 +100,9 @@ void furniture_chair(furniture_work *work, const furniture_item *item)
     for (int i = 0; i < 4; i++) {
         const float x = i & 1 ? w - 0.03f : -w + 0.03f, y = i & 2 ? d - 0.03f : -d + 0.03f;
         const float lean = i & 2 ? 0 : -0.05f;
-        shape_rod(m, {x, y + lean, 0}, {x, y, seat - 0.02f}, 0.018f, 6);
+        shape_rod(m, {x, y + lean, 0}, {x, y, seat - 0.02f}, 0.018f, 5);
         if (!(i & 2))
-            shape_rod(m, {x, y, seat - 0.03f}, {x, y - 0.07f, item->h}, 0.018f, 6);
+            shape_rod(m, {x, y, seat - 0.03f}, {x, y - 0.07f, item->h}, 0.018f, 5);
     }
     shape_box(m, {-w, -d, seat - 0.05f}, {w, d, seat - 0.02f}, 0.012f);
     shape_box(m, {-w + 0.02f, -d - 0.055f, item->h - 0.1f}, {w - 0.02f, -d - 0.03f, item->h}, 0.01f);
@@ -119,11 +119,11 @@ void furniture_office_chair(furniture_work *work, const furniture_item *item)
         const float turn = static_cast<float>(i) * 1.2566f + 0.3f;
         const scene_vec end = {0.28f * cosf(turn), 0.28f * sinf(turn), 0.07f};
         shape_rod(m, {0, 0, 0.1f}, end, 0.02f, 5);
-        shape_ball(m, end + scene_vec{0, 0, -0.04f}, {0.03f, 0.03f, 0.03f}, 6, 4);
+        shape_box(m, end + scene_vec{-0.02f, -0.02f, -0.07f}, end + scene_vec{0.02f, 0.02f, -0.01f});
     }
     shape_rod(m, {0, 0, 0.08f}, {0, 0, 0.4f}, 0.028f, 6);
     m->material = STUFF_CHAIR_CLOTH;
-    shape_cushion(m, {0, 0.01f, 0.415f}, {item->w / 2 - 0.06f, item->d / 2 - 0.07f, 0.05f}, 0.35f, 14, 6);
+    shape_cushion(m, {0, 0.01f, 0.415f}, {item->w / 2 - 0.06f, item->d / 2 - 0.07f, 0.05f}, 0.35f, 12, 6);
     const shape_section back[5] = {{{0, -0.22f, 0.52f}, 0.16f, 0.03f},
                                    {{0, -0.255f, 0.62f}, 0.2f, 0.035f},
                                    {{0, -0.26f, 0.78f}, 0.22f, 0.035f},

@@ -1,5 +1,5 @@
-// Furniture and what lies about: each kind is built into the room's own meshes around its place. A piece stands on
-// the floor of its axes (x to its right, y the way it faces, z up), w wide, d deep, h high.
+// Furniture and what lies about: each kind is built into the room's own meshes around its place. A piece
+// stands on the floor of its axes (x to its right, y the way it faces, z up), w wide, d deep, h high.
 #ifndef THINGS_FURNITURE_H
 #define THINGS_FURNITURE_H
 
@@ -55,8 +55,9 @@ enum furniture_kind {
 };
 
 enum { ON_FLOOR = -1 };
-// A line of a room's plan. Against a wall (0 near, 1 right, 2 far, 3 left): `a` is the place along it, left to right
-// as seen from inside, `b` the gap behind. On the floor: `a` and `b` are x and y, `heading` where its front looks.
+// A line of a room's plan. Against a wall (0 near, 1 right, 2 far, 3 left): `a` is the place along it, left
+// to right as seen from inside, `b` the gap behind. On the floor: `a` and `b` are x and y, `heading` where
+// its front looks.
 struct furniture_item {
     furniture_kind kind;
     int wall;

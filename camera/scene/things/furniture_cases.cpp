@@ -14,8 +14,8 @@ void fronts(shape_maker *m, float w, float y, float low, float high, int across,
         for (int i = 0; i < across; i++) {
             const float x = -w / 2 + dx * static_cast<float>(i), z = low + dz * static_cast<float>(j);
             m->material = front;
-            shape_box(m, {x + 0.004f, y - 0.004f, z + 0.004f}, {x + dx - 0.004f, y + 0.016f, z + dz - 0.004f},
-                      0.005f);
+            shape_board(m, {x + 0.004f, y - 0.004f, z + 0.004f},
+                        {x + dx - 0.004f, y + 0.016f, z + dz - 0.004f});
             m->material = STUFF_METAL;
             if (side) { // a door: the handle at the side where it opens
                 const float at = i % 2 == 0 ? x + dx - 0.05f : x + 0.035f;
@@ -34,13 +34,13 @@ void books(furniture_work *work, float x, float end, float y, float z, float roo
     shape_maker *m = &work->solid;
     scene_random *r = &work->random;
     while (x < end) {
-        const float thick = scene_uniform(r, 0.022f, 0.06f),
+        const float thick = scene_uniform(r, 0.026f, 0.07f),
                     tall = std::min(room, scene_uniform(r, 0.17f, 0.29f)),
                     deep = scene_uniform(r, 0.13f, 0.2f);
         if (x + thick > end)
             break;
         m->material = STUFF_BOOK_A + static_cast<uint32_t>(scene_next(r) % 5);
-        shape_box(m, {x, y, z}, {x + thick - 0.002f, y + deep, z + tall});
+        shape_board(m, {x, y, z}, {x + thick - 0.002f, y + deep, z + tall});
         x += thick;
         if (scene_chance(r, 0.08f)) // a gap where one was taken out
             x += scene_uniform(r, 0.03f, 0.12f);
@@ -289,11 +289,11 @@ void furniture_basket(furniture_work *work, const furniture_item *item)
     m->material = STUFF_WICKER;
     const shape_ring side[3] = {
         {item->w * 0.4f, 0}, {item->w * 0.48f, item->h * 0.6f}, {item->w * 0.5f, item->h}};
-    shape_turned(m, {0, 0, 0}, side, 3, 16, true);
+    shape_turned(m, {0, 0, 0}, side, 3, 12, true);
     m->material = STUFF_SHEET; // laundry
-    shape_cushion(m, {0.02f, 0, item->h - 0.05f}, {item->w * 0.43f, item->w * 0.4f, 0.12f}, 0.8f, 12, 6);
+    shape_cushion(m, {0.02f, 0, item->h - 0.05f}, {item->w * 0.43f, item->w * 0.4f, 0.12f}, 0.8f, 10, 5);
     m->material = STUFF_BOOK_B;
-    shape_cushion(m, {-0.06f, 0.05f, item->h}, {item->w * 0.25f, item->w * 0.3f, 0.1f}, 0.7f, 10, 6);
+    shape_cushion(m, {-0.06f, 0.05f, item->h}, {item->w * 0.25f, item->w * 0.3f, 0.1f}, 0.7f, 8, 5);
 }
 
 void furniture_bin(furniture_work *work, const furniture_item *item)

@@ -148,7 +148,7 @@ void furniture_radiator(furniture_work *work, const furniture_item *item)
     const int ribs = static_cast<int>(item->w / 0.1f);
     for (int i = 0; i < ribs; i++) {
         const float x = -w + item->w * (static_cast<float>(i) + 0.5f) / static_cast<float>(ribs);
-        shape_box(m, {x - 0.03f, -0.005f, low + 0.02f}, {x + 0.03f, 0.035f, item->h - 0.02f});
+        shape_board(m, {x - 0.03f, -0.005f, low + 0.02f}, {x + 0.03f, 0.035f, item->h - 0.02f});
     }
     shape_rod(m, {w - 0.03f, 0, 0}, {w - 0.03f, 0, low + 0.03f}, 0.01f, 5);
     shape_rod(m, {w + 0.02f, 0, low + 0.05f}, {w + 0.07f, 0, low + 0.05f}, 0.02f, 6);
@@ -228,7 +228,7 @@ void furniture_cups(furniture_work *work, const furniture_item *item)
     m->material = STUFF_TOY_RED; // apples
     for (int i = 0; i < 2; i++)
         shape_ball(m, {scene_uniform(r, 0.1f, 0.5f) * w, scene_uniform(r, -d, d), 0.035f},
-                   {.038f, .038f, .035f}, 8, 5);
+                   {.038f, .038f, .035f}, 6, 4);
 }
 
 void furniture_books(furniture_work *work, const furniture_item *item)
@@ -349,16 +349,19 @@ void furniture_printer(furniture_work *work, const furniture_item *item)
 void furniture_door(furniture_work *work, const furniture_item *item)
 {
     shape_maker *m = &work->solid;
-    const float w = item->w / 2;
+    const scene_place kept = m->place;
+    m->place.origin = scene_put(kept, {-item->w / 2, 0, 0}); // from its side: a wooden leaf is one board
+    const float w = item->w, h = item->h;
     m->material = STUFF_WHITE_LACQUER;
-    shape_box(m, {-w - 0.07f, 0, 0}, {-w, 0.025f, item->h + 0.07f});
-    shape_box(m, {w, 0, 0}, {w + 0.07f, 0.025f, item->h + 0.07f});
-    shape_box(m, {-w, 0, item->h}, {w, 0.025f, item->h + 0.07f});
+    shape_box(m, {-0.07f, 0, 0}, {0, 0.025f, h + 0.07f});
+    shape_box(m, {w, 0, 0}, {w + 0.07f, 0.025f, h + 0.07f});
+    shape_box(m, {0, 0, h}, {w, 0.025f, h + 0.07f});
     m->material = STUFF_DOOR;
-    shape_box(m, {-w, 0, 0.005f}, {w, 0.008f, item->h});
-    shape_box(m, {-w + 0.12f, 0.006f, 0.15f}, {w - 0.12f, 0.016f, 0.85f}, 0.005f);
-    shape_box(m, {-w + 0.12f, 0.006f, 1.1f}, {w - 0.12f, 0.016f, item->h - 0.15f}, 0.005f);
+    shape_board(m, {0, 0, 0.005f}, {w, 0.008f, h});
+    shape_box(m, {0.12f, 0.006f, 0.15f}, {w - 0.12f, 0.016f, 0.85f}, 0.005f);
+    shape_box(m, {0.12f, 0.006f, 1.1f}, {w - 0.12f, 0.016f, h - 0.15f}, 0.005f);
     m->material = STUFF_METAL;
     shape_rod(m, {w - 0.06f, 0.008f, 1.05f}, {w - 0.06f, 0.06f, 1.05f}, 0.01f, 5);
     shape_rod(m, {w - 0.06f, 0.055f, 1.05f}, {w - 0.18f, 0.055f, 1.05f}, 0.01f, 5);
+    m->place = kept;
 }

@@ -1,5 +1,6 @@
-// Cat and dog: one four-legged body from a table of measures. A spine of elliptic sections, four legs of three bones
-// that step in the order of a walk or, faster, a trot; a neck and head, ears, and a tail that sways.
+// Cat and dog: one four-legged body from a table of measures. A spine of elliptic sections, four legs of
+// three bones that step in the order of a walk or, faster, a trot; a neck and head, ears, and a tail that
+// sways.
 #include "thing.h"
 
 #include <algorithm>
@@ -25,7 +26,8 @@ const animal dog = {0.40f, 0.40f,  0.42f,  0.095f, 0.135f, 0.075f, 0.09f, 0.085f
 
 enum { FUR, FUR_LIGHT, NOSE, EYES };
 
-// How far it has gone from standing to sitting and lying, 0 to 1, by what it does over time when it does not walk.
+// How far it has gone from standing to sitting and lying, 0 to 1, by what it does over time when it does not
+// walk.
 struct posture {
     float sit, lie;
 };
@@ -46,8 +48,8 @@ posture rests(const thing *pet, const thing_moment *moment)
     return p;
 }
 
-// The foot's place before (+) or behind (-) the joint and its lift, at a phase of the cycle from 0 to 1: on the
-// ground, it goes back evenly with the body's way, then swings ahead.
+// The foot's place before (+) or behind (-) the joint and its lift, at a phase of the cycle from 0 to 1: on
+// the ground, it goes back evenly with the body's way, then swings ahead.
 void foot(float phase, float stride, float ground_share, float *ahead, float *lift)
 {
     phase -= floorf(phase);
@@ -140,7 +142,8 @@ void pet_shape(const thing *pet, const thing_moment *moment, shape_maker *m)
     m->place.z = m->place.z * size;
     const size_t first = m->mesh->vertices.size();
 
-    // Where shoulders and hips are. Sitting lowers the hips to the ground and brings them ahead; lying lowers both.
+    // Where shoulders and hips are. Sitting lowers the hips to the ground and brings them ahead; lying lowers
+    // both.
     const float bob = walking * 0.012f * a->shoulder / 0.2f * cosf(4 * PI * cycle),
                 breath = 0.004f * sinf(t * 2.6f);
     const float low = a->chest_high * 0.95f;
@@ -168,7 +171,8 @@ void pet_shape(const thing *pet, const thing_moment *moment, shape_maker *m)
          a->chest_high * 0.45f}};
     shape_tube(m, spine, 8, {0, 0, 1}, 12);
 
-    // Legs: left and right half a cycle apart, the hind one a quarter (walk) to a half (trot) before the front one.
+    // Legs: left and right half a cycle apart, the hind one a quarter (walk) to a half (trot) before the
+    // front one.
     const float ground = 0.62f - 0.12f * fast;
     for (int i = 0; i < 4; i++) {
         const bool hind = i >= 2, left = i % 2;

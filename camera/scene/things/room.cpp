@@ -79,7 +79,8 @@ static void furnish(room *room, shape_maker *solid, shape_maker *leaves)
         const bool screen = part.lit.light == LIT_TV || part.lit.light == LIT_MONITOR;
         scene_material off = room->materials[screen ? STUFF_GLASS_DARK : STUFF_SHADE];
         scene_material on = room->materials[screen ? STUFF_SCREEN_ON : STUFF_SHADE];
-        // Screens of 200 cd/m2 and 120; a cloth shade around a bulb glows with some 2000, the more in infrared.
+        // Screens of 200 cd/m2 and 120; a cloth shade around a bulb glows with some 2000, the more in
+        // infrared.
         const float luminance[4] = {2000, 200, 120, 0};
         const float incandescent[BANDS] = {1.99f, .79f, .19f, 5.4f}, white[BANDS] = {.92f, 1.0f, 1.25f, .01f};
         for (int band = 0; band < BANDS; band++)
@@ -219,7 +220,8 @@ void room_snapshot(room *room, const room_state *state, scene_snapshot *snapshot
         if (light == LIT_CEILING_LAMP)
             objects->back().place = room_lamp_place(room, lamp++, state->lamp_swing);
     }
-    room_make_curtain(room, state->curtain, state->wind, static_cast<float>(fmod(state->time, 3600.)));
+    const double time = isfinite(state->time) ? fmod(state->time, 3600.) : 0;
+    room_make_curtain(room, state->curtain, state->wind, static_cast<float>(time));
     objects->push_back(object(&room->curtain, &room->curtain_materials));
     objects->back().two_sided = true;
     objects->back().moves = state->wind > 0;

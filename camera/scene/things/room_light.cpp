@@ -1,18 +1,20 @@
-// Light in a room: sun and sky by hour and cloud, lamps, screens, passing cars, the camera's own, and what the walls
-// give back.
+// Light in a room: sun and sky by hour and cloud, lamps, screens, passing cars, the camera's own, and what
+// the walls give back.
 //
-// Sun: declination 11.5 degrees (20 April, near the year's mean over the light half), 50 degrees north; elevation by
-//   sin h = sin(lat) sin(dec) + cos(lat) cos(dec) cos(hour angle).
-// Illuminance on level ground from sun and sky together by elevation, twilight included: P. K. Seidelmann (ed.),
-//   Explanatory Supplement to the Astronomical Almanac, 1992, section 9.3 (piecewise cubic of log10 lux).
-// Direct sun across its rays: 127.5 klx exp(-0.21 / sin h); overcast sky: 0.3 + 21 sin h klx; Illuminating
-//   Engineering Society, "Recommended practice for the calculation of daylight availability" (1984).
-// Infrared parts (units of the sensor's answer, scene_types.h) were integrated from Planck's law over silicon's
-//   answer and the filters of a colour mosaic, 680 to 1100 nm against the visible answer to the same lux of daylight:
-//   2700 K 5.4, 3200 K (halogen) 3.5, 5800 K 1.2, 10000 K 0.77; skylight less (scattering prefers blue), and window
-//   glass takes a fifth. White LEDs and screens have next to nothing there.
-// What the walls give back: in a closed space of area A and mean reflectance r every surface gets, on top of direct
-//   light, flux / A * r / (1 - r) (integrating sphere; R. Ulbricht 1900).
+// Sun. Declination 11.5 degrees (20 April, near the mean of the year's light half), 50 degrees north:
+//     sin h = sin(lat) sin(dec) + cos(lat) cos(dec) cos(hour angle)
+// Light on level ground from sun and sky together, by elevation, twilight included: P. K. Seidelmann (ed.),
+// Explanatory Supplement to the Astronomical Almanac, 1992, section 9.3 (piecewise cubic of log10 lux).
+// Direct sun across its rays 127.5 klx exp(-0.21 / sin h), overcast sky 0.3 + 21 sin h klx: Illuminating
+// Engineering Society, Recommended practice for the calculation of daylight availability, 1984.
+//
+// Infrared parts, in units of the sensor's answer (scene_types.h), were integrated from Planck's law over
+// silicon's answer and the filters of a colour mosaic, 680 to 1100 nm, against the visible answer to the
+// same lux of daylight: 2700 K 5.4, 3200 K (halogen) 3.5, 5800 K 1.2, 10000 K 0.77. Skylight has less,
+// since scattering prefers blue; window glass takes a fifth; white LEDs and screens have next to nothing.
+//
+// What the walls give back: in a closed space of area A and mean reflectance r every surface gets, on top of
+// direct light, flux / A * r / (1 - r): the integrating sphere (R. Ulbricht, 1900).
 #include "room_plan.h"
 
 #include <algorithm>
@@ -28,8 +30,8 @@ const float SUN_HIGH[BANDS] = {1.12f, .98f, .88f, 1.05f}, SUN_LOW[BANDS] = {1.9f
             INCANDESCENT[BANDS] = {1.99f, .79f, .19f, 5.4f}, HALOGEN[BANDS] = {1.66f, .86f, .37f, 3.5f},
             TOWN[BANDS] = {1.8f, .83f, .27f, 1.0f};
 const float GLASS = 0.75f, GLASS_INFRARED = 0.6f; // what two panes let through
-const float OBSTRUCTED = 0.6f; // houses, trees and ground take the rest of what a window sees of the sky
-const float TOWN_LUX = 0.3f;   // street lamps, on the ground outside
+const float OBSTRUCTED = 0.35f; // houses, trees, the ground and the frame take the rest of what a window sees
+const float TOWN_LUX = 0.3f;    // street lamps, on the ground outside
 
 float glass(int band)
 {
@@ -83,8 +85,9 @@ void light_sky(double hour, float cloud, sky_light *sky)
     }
 }
 
-// The screen's picture (PATTERN_SCREEN) is made by the renderer from its material's seed and the time: cuts every 3.7
-// seconds, each scene with a brightness and two colours from a hash. The light it throws goes by the same numbers.
+// The screen's picture (PATTERN_SCREEN) is made by the renderer from its material's seed and the time: cuts
+// every 3.7 seconds, each scene with a brightness and two colours from a hash. The light it throws goes by
+// the same numbers.
 static float screen_hash(uint32_t x, uint32_t y, uint32_t seed)
 {
     uint32_t h = x * UINT32_C(0x9e3779b1) ^ y * UINT32_C(0x85ebca77) ^ seed * UINT32_C(0xc2b2ae3d);
@@ -181,7 +184,8 @@ void daylight(const room *room, const room_state *state, adding *sum)
     }
 
     if (state->headlights >= 0 && state->headlights <= 1) {
-        // A car on the street below or before the window, from left to right; its lamps point at us when it is before it.
+        // A car on the street below or before the window, from left to right; its lamps point at us when it
+        // is before it.
         scene_light car = light;
         const float way = state->headlights * 2 - 1;
         car.kind = LIGHT_SPOT;
@@ -215,9 +219,9 @@ void lamps(const room *room, const room_state *state, adding *sum)
                 break;
             light.position = scene_put(place, {0, 0, -lamp->drop});
             light.shadow = 6;
-            // 190 lm for each square metre of floor: about 150 lux where people are.
+            // 120 lm for each square metre of floor: about 150 lux where people are.
             const float lumens =
-                190 * room->plan->size.x * room->plan->size.y / static_cast<float>(room->plan->lamp_count);
+                120 * room->plan->size.x * room->plan->size.y / static_cast<float>(room->plan->lamp_count);
             if (lamp->style == LAMP_PENDANT) {
                 light.kind = LIGHT_POINT;
                 fill(&light, LED_WARM, lumens / (4 * PI));

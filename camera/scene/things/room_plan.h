@@ -36,7 +36,8 @@ struct room_plan {
 };
 const room_plan *room_plans(int *count);
 
-// A wall's axes: x along it to the right as seen from inside, y out of the room, z up; the origin at the floor.
+// A wall's axes: x along it to the right as seen from inside, y out of the room, z up; the origin at the
+// floor.
 scene_place room_wall(scene_vec size, int wall);
 // Where a line of the plan puts its piece.
 scene_place room_item_place(scene_vec size, const furniture_item *item);
@@ -85,7 +86,8 @@ struct sky_light {
 };
 void light_sky(double hour, float cloud, sky_light *sky);
 void room_lights(const room *room, const room_state *state, scene_snapshot *snapshot);
-// What a screen whose material has this seed throws into the room at a time: 0 to some 2 in each visible band.
+// What a screen whose material has this seed throws into the room at a time: 0 to some 2 in each visible
+// band.
 void light_screen(double time, uint32_t seed, float level[3]);
 
 #endif

@@ -3,7 +3,8 @@
 
 namespace
 {
-// Wall pieces: kind, wall, along, gap, (unused heading), z, w, d, h. Floor pieces: kind, ON_FLOOR, x, y, heading, ...
+// Wall pieces: kind, wall, along, gap, (unused heading), z, w, d, h. Floor pieces: kind, ON_FLOOR, x, y,
+// heading, ...
 const furniture_item living_room[] = {
     {FURNITURE_RUG, ON_FLOOR, 2.0f, 2.6f, 90, 0, 2.3f, 1.7f, 0},
     {FURNITURE_SOFA, 3, 2.6f, 0.05f, 0, 0, 2.15f, 0.92f, 0.82f},
@@ -12,13 +13,14 @@ const furniture_item living_room[] = {
     {FURNITURE_BOOKS, ON_FLOOR, 1.72f, 2.93f, 70, 0.42f, 0.21f, 0.28f, 0},
     {FURNITURE_SIDEBOARD, 1, 4.1f, 0.02f, 0, 0, 1.7f, 0.42f, 0.5f},
     {FURNITURE_TV, 1, 4.1f, 0.12f, 0, 0.5f, 1.23f, 0.2f, 0.7f},
-    {FURNITURE_PLANT, 1, 4.82f, 0.12f, 0, 0.5f, 0.22f, 0.22f, 0.36f},
+    {FURNITURE_BOOKS, 1, 4.8f, 0.1f, 0, 0.5f, 0.2f, 0.26f, 0},
     {FURNITURE_PLANT, ON_FLOOR, 4.8f, 1.0f, 0, 0, 0.6f, 0.5f, 1.35f},
     {FURNITURE_BOOKCASE, 2, 1.0f, 0.02f, 0, 0, 1.3f, 0.3f, 1.95f},
     {FURNITURE_FLOOR_LAMP, ON_FLOOR, 0.4f, 4.05f, 0, 0, 0.42f, 0.3f, 1.6f},
     {FURNITURE_SOFA, ON_FLOOR, 0.85f, 4.95f, 115, 0, 0.92f, 0.85f, 0.84f},
     {FURNITURE_TABLE, ON_FLOOR, 4.45f, 4.7f, 90, 0, 1.1f, 0.75f, 0.74f},
-    {FURNITURE_CUPS, ON_FLOOR, 4.45f, 4.7f, 90, 0.74f, 0.6f, 0.2f, 0},
+    {FURNITURE_BOOKS, ON_FLOOR, 4.4f, 4.85f, 20, 0.74f, 0.21f, 0.3f, 0},
+    {FURNITURE_PLANT, ON_FLOOR, 4.5f, 4.5f, 0, 0.74f, 0.16f, 0.16f, 0.3f},
     {FURNITURE_CHAIR, ON_FLOOR, 4.45f, 3.78f, 0, 0, 0.43f, 0.43f, 0.9f},
     {FURNITURE_CHAIR, ON_FLOOR, 4.45f, 5.62f, 180, 0, 0.43f, 0.43f, 0.9f},
     {FURNITURE_DRAWERS, 3, 1.05f, 0.02f, 0, 0, 0.5f, 0.4f, 0.55f},
@@ -178,13 +180,13 @@ const furniture_item hall[] = {
     {FURNITURE_PICTURE, 1, 5.55f, 0, 1, 1.45f, 0.45f, 0, 0.55f},
     {FURNITURE_BOOKCASE, 1, 1.5f, 0.02f, 0, 0, 0.8f, 0.26f, 1.8f},
     {FURNITURE_PLANT, ON_FLOOR, 0.32f, 8.6f, 0, 0, 0.42f, 0.42f, 1.2f},
-    {FURNITURE_BOXES, ON_FLOOR, 1.95f, 7.0f, 90, 0, 0.4f, 0.34f, 0.55f},
+    {FURNITURE_BOXES, ON_FLOOR, 1.95f, 6.8f, 90, 0, 0.4f, 0.34f, 0.55f},
     {FURNITURE_BASKET, 1, 3.75f, 0.03f, 0, 0, 0.36f, 0.36f, 0.42f},
     {FURNITURE_SWITCH, 2, 1.75f, 0, 0, 1.08f, 0, 0, 0.08f},
 };
 const plan_anchor hall_places[] = {
     {"shelf", 1.1f, 0.12f, 1.7f, 0, -11},
-    {"corner", 0.12f, 0.12f, 2.45f, 9, -19},
+    {"corner", 0.14f, 0.12f, 2.45f, 22, -20},
     {"door", 1.1f, 8.4f, 0, 180, 0},
     {"door-outside", 1.1f, 9.95f, 0, 180, 0},
     {"floor", 1.1f, 4.2f, 0, 180, 0},
@@ -268,7 +270,7 @@ const furniture_item nursery[] = {
     {FURNITURE_RADIATOR, 1, 1.9f, 0.03f, 0, 0, 1.0f, 0.08f, 0.64f},
     {FURNITURE_TOYS, ON_FLOOR, 2.55f, 1.45f, 20, 0, 0.6f, 0.4f, 0},
     {FURNITURE_CHAIR, ON_FLOOR, 2.2f, 4.0f, 180, 0, 0.43f, 0.43f, 0.88f},
-    {FURNITURE_BOXES, ON_FLOOR, 3.5f, 0.5f, 0, 0, 0.44f, 0.4f, 0.5f},
+    {FURNITURE_BOXES, ON_FLOOR, 3.5f, 0.34f, 0, 0, 0.44f, 0.4f, 0.5f},
     {FURNITURE_PICTURE, 3, 2.45f, 0, 0, 1.4f, 0.4f, 0, 0.4f},
     {FURNITURE_PICTURE, 3, 2.98f, 0, 1, 1.4f, 0.4f, 0, 0.4f},
     {FURNITURE_POSTER, 2, 2.3f, 0, 0, 1.15f, 0.55f, 0, 0.85f},

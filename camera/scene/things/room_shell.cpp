@@ -1,4 +1,5 @@
-// What a room has before it is furnished: walls with holes, window, door, the corridor behind, ceiling lamps, curtain.
+// What a room has before it is furnished: walls with holes, window, door, the corridor behind, ceiling lamps,
+// curtain.
 #include "room_plan.h"
 
 #include <algorithm>
@@ -249,8 +250,8 @@ scene_place room_lamp_place(const room *room, int index, float swing)
     return place;
 }
 
-// Two halves on a rail, drawn towards the middle, in folds. Wind pushes the free end into the room, more the further
-// down, and travels along the folds.
+// Two halves on a rail, drawn towards the middle, in folds. Wind pushes the free end into the room, more the
+// further down, and travels along the folds.
 void room_make_curtain(room *room, float covered, float wind, float time)
 {
     covered = covered >= 0 ? std::min(1.f, covered) : 0;
@@ -266,7 +267,7 @@ void room_make_curtain(room *room, float covered, float wind, float time)
     const plan_opening *window = &room->plan->window;
     const hole h = opening(window);
     shape_maker maker = {&room->curtain, room_wall(room->plan->size, window->wall), 0}, *m = &maker;
-    enum { ACROSS = 30, DOWN = 8 };
+    enum { ACROSS = 26, DOWN = 6 };
     const float top = h.high + 0.1f, bottom = std::max(0.03f, h.low - 0.14f);
     const float spread = window->width / 2 * covered + 0.22f; // of one half, from beside the window
     const float depth = 0.05f - 0.03f * covered;              // folds flatten when drawn
@@ -278,7 +279,7 @@ void room_make_curtain(room *room, float covered, float wind, float time)
             for (int i = 0; i <= ACROSS; i++) {
                 const float s = static_cast<float>(i) / ACROSS;
                 const float fold =
-                    depth * (0.8f + 0.4f * t) * sinf(s * 6.5f * 2 * static_cast<float>(M_PI) + 1.3f * t);
+                    depth * (0.8f + 0.4f * t) * sinf(s * 5.5f * 2 * static_cast<float>(M_PI) + 1.3f * t);
                 const float gust = 0.6f + 0.25f * sinf(time * 0.9f) + 0.15f * sinf(time * 2.3f + 1);
                 const float blown =
                     std::min(0.5f, 0.13f * wind) * t * t *

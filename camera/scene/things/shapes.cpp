@@ -1,5 +1,5 @@
-// Surfaces from numbers. Normals are made from the surface's formula where there is one, so that few triangles look
-// round; flat things repeat their corners.
+// Surfaces from numbers. Normals are made from the surface's formula where there is one, so that few
+// triangles look round; flat things repeat their corners.
 #include "shapes.h"
 
 #include <algorithm>
@@ -19,16 +19,25 @@ void facing(shape_maker *maker, uint32_t i, uint32_t j, uint32_t k, scene_vec ou
     maker->mesh->indices.insert(maker->mesh->indices.end(), triangle, triangle + 3);
 }
 
-// Rows of `around` + 1 vertices each, joined into bands.
+bool same(scene_vec a, scene_vec b)
+{
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+
+// Rows of `around` + 1 vertices each, joined into bands. Where a row is a point, triangles without area are
+// left out.
 void bands(shape_maker *maker, uint32_t first, int rows, int around)
 {
+    const std::vector<scene_vertex> &v = maker->mesh->vertices;
     std::vector<uint32_t> &indices = maker->mesh->indices;
     for (int row = 0; row + 1 < rows; row++) {
         for (int i = 0; i < around; i++) {
             const uint32_t a = first + static_cast<uint32_t>(row * (around + 1) + i), b = a + 1,
                            d = a + static_cast<uint32_t>(around + 1), c = d + 1;
-            const uint32_t two[6] = {a, b, c, a, c, d};
-            indices.insert(indices.end(), two, two + 6);
+            if (!same(v[a].position, v[b].position))
+                indices.insert(indices.end(), {a, b, c});
+            if (!same(v[c].position, v[d].position))
+                indices.insert(indices.end(), {a, c, d});
         }
     }
 }
@@ -90,8 +99,9 @@ void shape_triangle(shape_maker *maker, scene_vec a, scene_vec b, scene_vec c)
     maker->mesh->indices.insert(maker->mesh->indices.end(), one, one + 3);
 }
 
-// Every corner has three vertices, one for each face it belongs to, moved back from the edge by the bevel. Faces,
-// the strips between two faces and the triangle between three share them, so the strips' normals turn smoothly.
+// Every corner has three vertices, one for each face it belongs to, moved back from the edge by the bevel.
+// Faces, the strips between two faces and the triangle between three share them, so the strips' normals turn
+// smoothly.
 void shape_box(shape_maker *maker, scene_vec low, scene_vec high, float bevel)
 {
     const float size[3] = {high.x - low.x, high.y - low.y, high.z - low.z};
@@ -146,6 +156,17 @@ void shape_box(shape_maker *maker, scene_vec low, scene_vec high, float bevel)
     }
 }
 
+void shape_board(shape_maker *maker, scene_vec low, scene_vec high)
+{
+    const scene_vec a = low, b = {high.x, low.y, low.z}, c = {high.x, high.y, low.z},
+                    d = {low.x, high.y, low.z}, e = {low.x, low.y, high.z}, f = {high.x, low.y, high.z},
+                    g = high, h = {low.x, high.y, high.z};
+    shape_quad(maker, b, c, g, f);
+    shape_quad(maker, d, a, e, h);
+    shape_quad(maker, c, d, h, g);
+    shape_quad(maker, e, f, g, h);
+}
+
 // Superellipsoid (Barr 1981): powers of sine and cosine, here the same power in both directions.
 void shape_cushion(shape_maker *maker, scene_vec centre, scene_vec half, float square, int around, int rings)
 {
@@ -153,7 +174,8 @@ void shape_cushion(shape_maker *maker, scene_vec centre, scene_vec half, float s
     const uint32_t first = static_cast<uint32_t>(maker->mesh->vertices.size());
     for (int row = 0; row <= rings; row++) {
         const float up = -PI / 2 + PI * static_cast<float>(row) / static_cast<float>(rings);
-        const float cu = std::max(0.f, cosf(up)), su = sinf(up);
+        const bool pole = row == 0 || row == rings;
+        const float cu = pole ? 0 : cosf(up), su = row == 0 ? -1 : row == rings ? 1 : sinf(up);
         for (int i = 0; i <= around; i++) {
             const float turn = 2 * PI * static_cast<float>(i % around) / static_cast<float>(around);
             const float ct = cosf(turn), st = sinf(turn);

@@ -1,8 +1,8 @@
-// The table of materials. Visible reflectances are linear (not display values) and of the size that paint charts and
-// daylight measurements of interiors give: white paint 0.7 to 0.8, oak 0.3, dark fabric 0.04. Near infrared follows
-// what the materials do there: cellulose, wool, wood and leaves turn bright because most dyes and chlorophyll take
-// only visible light (leaves reflect about half from 750 nm on); carbon black, glass and water stay dark; metals and
-// white paint (titanium dioxide) change little.
+// The table of materials. Visible reflectances are linear (not display values) and of the size that paint
+// charts and daylight measurements of interiors give: white paint 0.7 to 0.8, oak 0.3, dark fabric 0.04. Near
+// infrared follows what the materials do there: cellulose, wool, wood and leaves turn bright because most
+// dyes and chlorophyll take only visible light (leaves reflect about half from 750 nm on); carbon black,
+// glass and water stay dark; metals and white paint (titanium dioxide) change little.
 #include "stuff.h"
 
 namespace
@@ -34,7 +34,7 @@ const stuff_row table[] = {
     {STUFF_CARPET, PATTERN_NOISE, 0.05f, 0, 0, {.20f, .20f, .22f, .42f}, {.16f, .16f, .18f, .38f}},
     {STUFF_CARPET, PATTERN_NOISE, 0.05f, 0, 0, {.30f, .26f, .20f, .50f}, {.25f, .21f, .16f, .46f}},
     {STUFF_DOOR, PATTERN_PLAIN, 1, .25f, 0, {.66f, .65f, .61f, .72f}, {.66f, .65f, .61f, .72f}},
-    {STUFF_DOOR, PATTERN_WOOD, 0.9f, .25f, 0, {.33f, .20f, .10f, .52f}, {.28f, .17f, .08f, .48f}},
+    {STUFF_DOOR, PATTERN_WOOD, 1.2f, .25f, 0, {.33f, .20f, .10f, .52f}, {.28f, .17f, .08f, .48f}},
     {STUFF_WHITE_LACQUER, PATTERN_PLAIN, 1, .35f, 0, {.72f, .72f, .70f, .76f}, {.72f, .72f, .70f, .76f}},
     {STUFF_METAL, PATTERN_PLAIN, 1, .6f, 0, {.42f, .42f, .42f, .46f}, {.42f, .42f, .42f, .46f}},
     {STUFF_DARK_METAL, PATTERN_PLAIN, 1, .4f, 0, {.07f, .07f, .07f, .12f}, {.07f, .07f, .07f, .12f}},

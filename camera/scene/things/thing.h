@@ -1,4 +1,5 @@
-// A thing: its materials and the numbers that make it differ from others of its kind. Internal to this folder.
+// A thing: its materials and the numbers that make it differ from others of its kind. Internal to this
+// folder.
 #ifndef THINGS_THING_H
 #define THINGS_THING_H
 
@@ -17,8 +18,8 @@ struct thing {
     std::vector<scene_material> materials;
 };
 
-// Builders, one for each kind: fill materials, and add the shape at a moment (already made finite). `maker` stands
-// at the moment's place, y the way it looks.
+// Builders, one for each kind: fill materials, and add the shape at a moment (already made finite). `maker`
+// stands at the moment's place, y the way it looks.
 typedef void thing_dress(thing *thing, scene_random *random);
 typedef void thing_shape(const thing *thing, const thing_moment *moment, shape_maker *maker);
 thing_dress cat_dress, dog_dress, vacuum_dress, fan_dress, ball_dress, insect_dress, coat_dress,
