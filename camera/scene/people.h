@@ -13,7 +13,7 @@ enum person_activity {
     PERSON_DESK, // sits and works with hands on a table 0.73 m high
     PERSON_LIE,  // on the back, at the height of `position.z`, head towards the heading
     PERSON_CROUCH,
-    PERSON_CARRY,  // walks with a box before the belly
+    PERSON_CARRY,  // walks with a box before the belly; the box belongs to the mesh
     PERSON_WAVE,   // stands and waves an arm
     PERSON_FALLEN, // on the side on the floor, limbs as they came to lie
     PERSON_ACTIVITIES

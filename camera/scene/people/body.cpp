@@ -235,7 +235,7 @@ void body_make(const person_look &look, const figure &f, shape *s)
     const float cloth_end = look.clothes == CLOTHES_SHORTS ? .86f : 2.03f;
     for (int side = 0; side < FIGURE_SIDES; side++) {
         if (skirted) {
-            limbs_leg(m, side, -.2f, 2.0f, 17, 0, 0, BODY_SKIN, 0);
+            limbs_leg(m, side, .35f, 2.0f, 15, 0, 0, BODY_SKIN, 0);
         } else {
             const bool shorts = look.clothes == CLOTHES_SHORTS;
             limbs_leg(m, side, -.2f, cloth_end, shorts ? 10 : 17,
@@ -271,4 +271,25 @@ void body_make(const person_look &look, const figure &f, shape *s)
     neck.segments = 12;
     shape_add(m.s, neck, m.f, FIGURE_RIGHT, body_on_trunk);
     head_make(look, f, s);
+}
+
+void body_box(shape *s)
+{
+    // Each side has corners of its own: edges are sharp.
+    scene_mesh &m = s->mesh;
+    for (int axis = 0; axis < 3; axis++)
+        for (int end = -1; end <= 1; end += 2) {
+            const float e = static_cast<float>(end);
+            const scene_vec n = {axis == 0 ? e : 0, axis == 1 ? e : 0, axis == 2 ? e : 0};
+            const scene_vec a = axis == 0 ? scene_vec{0, 1, 0} : scene_vec{1, 0, 0}, b = scene_cross(n, a);
+            const uint32_t first = static_cast<uint32_t>(m.vertices.size());
+            for (int corner = 0; corner < 4; corner++) {
+                const scene_vec p = n + a * (corner & 1 ? 1.f : -1.f) + b * (corner & 2 ? 1.f : -1.f);
+                const scene_vec at = {p.x * BODY_BOX.x / 2, p.y * BODY_BOX.y / 2, (p.z + 1) * BODY_BOX.z / 2};
+                m.vertices.push_back({at, n, scene_dot(at, a), scene_dot(at, b), BODY_PARCEL});
+                s->holds.push_back(shape_hold());
+            }
+            for (const uint32_t i : {0, 1, 2, 1, 3, 2})
+                m.indices.push_back(first + i);
+        }
 }

@@ -17,8 +17,10 @@ enum body_material {
     BODY_EYES,
     BODY_LIPS,
     BODY_FRAMES, // of glasses
+    BODY_PARCEL, // what is carried
     BODY_MATERIALS
 };
+const scene_vec BODY_BOX = {0.40f, 0.30f, 0.28f}; // what is carried, metres
 std::vector<scene_material> body_materials(const person_look &look);
 
 // What is needed while a body is made.
@@ -37,6 +39,10 @@ void limbs_leg(const body_maker &m, int side, float from, float to, int rings, f
 void limbs_shoe(const body_maker &m, int side);
 // With its hand; `sleeve`: 0 none to 1 as far as the wrist.
 void limbs_arm(const body_maker &m, int side, float sleeve, float more);
+
+// A box on the origin, the last vertices of a body; nothing holds it.
+enum { BODY_BOX_VERTICES = 24 };
+void body_box(shape *s);
 
 // All of the body; look's numbers are inside their bounds.
 void body_make(const person_look &look, const figure &f, shape *s);

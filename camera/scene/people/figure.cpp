@@ -154,6 +154,10 @@ posture posture_mix(const posture &a, const posture &b, float share)
     p.neck = turn_mix(a.neck, b.neck, share);
     p.head = turn_mix(a.head, b.head, share);
     p.breath = blend(a.breath, b.breath, share);
+    p.holds = blend(a.holds, b.holds, share);
+    const posture &holder = a.holds > b.holds ? a : b;
+    p.held = holder.held;
+    p.held_turn = holder.held_turn;
     for (int side = 0; side < FIGURE_SIDES; side++) {
         const posture_leg &la = a.leg[side], &lb = b.leg[side];
         p.leg[side] = {blend(la.ankle, lb.ankle, share), blend(la.knee, lb.knee, share),
@@ -171,6 +175,8 @@ posture posture_moved(const posture &p, float left_degrees, scene_vec by)
     const turn t = turn_z(left_degrees);
     q.pelvis = turn_apply(t, p.pelvis) + by;
     q.hips = t * p.hips;
+    q.held = turn_apply(t, p.held) + by;
+    q.held_turn = t * p.held_turn;
     for (posture_leg &leg : q.leg) {
         leg.ankle = turn_apply(t, leg.ankle) + by;
         leg.knee = turn_apply(t, leg.knee);

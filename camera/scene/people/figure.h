@@ -69,7 +69,10 @@ struct posture {
     turn hips, waist, chest, neck, head;
     posture_leg leg[FIGURE_SIDES];
     posture_arm arm[FIGURE_SIDES];
-    float breath; // -1 out to 1 in
+    float breath;   // -1 out to 1 in
+    float holds;    // above a half: something is carried,
+    scene_vec held; // whose underside's middle is here
+    turn held_turn; // and which is turned like this
 };
 
 posture posture_mix(const posture &a, const posture &b, float share);

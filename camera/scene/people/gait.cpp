@@ -145,10 +145,11 @@ posture moves_gait(const figure &f, person_activity activity, const person_momen
     }
     if (activity == PERSON_CARRY) {
         p.waist = p.waist * turn_x(6);
-        const scene_vec box = moves_box_at(f, p);
+        const scene_vec box = p.held = moves_box_at(f, p);
+        p.holds = 1;
         for (int side = 0; side < FIGURE_SIDES; side++) {
             const float s = side == FIGURE_RIGHT ? 1.f : -1.f;
-            figure_reach(f, &p, side, box + scene_vec{s * (MOVES_BOX.x / 2 + .01f), -.07f, .05f},
+            figure_reach(f, &p, side, box + scene_vec{s * (BODY_BOX.x / 2 + .01f), -.07f, .05f},
                          {s * .5f, -1, -.5f});
             p.arm[side].hand = turn_x(10);
         }
@@ -159,5 +160,5 @@ posture moves_gait(const figure &f, person_activity activity, const person_momen
 scene_vec moves_box_at(const figure &f, const posture &p)
 {
     // Before the belly, carried along by the pelvis without its list and sway.
-    return {p.pelvis.x * .5f, p.pelvis.y + 0.17f * f.scale + MOVES_BOX.y / 2, p.pelvis.z + 0.04f * f.height};
+    return {p.pelvis.x * .5f, p.pelvis.y + 0.17f * f.scale + BODY_BOX.y / 2, p.pelvis.z + 0.04f * f.height};
 }

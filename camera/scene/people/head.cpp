@@ -275,7 +275,8 @@ void head_make(const person_look &look, const figure &f, shape *s)
     if (hood)
         add_shell(m, hood_end, 0.024f, 0.012f, .07f, BODY_TOP, 20, 9, 0.003f);
     else if (length > 0.04f)
-        add_shell(m, hair_end, 0.008f + 0.010f * length, look.cap ? 0.f : 0.008f + 0.006f * length, .03f, BODY_HAIR, 20, 9, 0.003f + 0.003f * length);
+        add_shell(m, hair_end, 0.008f + 0.010f * length, look.cap ? 0.f : 0.008f + 0.006f * length, .03f,
+                  BODY_HAIR, 20, 9, 0.003f + 0.003f * length);
     if (look.cap) {
         add_shell(m, cap_end, 0.016f + 0.008f * length, 0.010f, 0, BODY_ACCENT, 18, 6, 0);
         add_brim(m);

@@ -286,5 +286,10 @@ std::vector<scene_material> body_materials(const person_look &look)
     m[BODY_EYES].gloss = .6f;
     m[BODY_FRAMES] = plain({{.03f, .03f, .03f, .06f}});
     m[BODY_FRAMES].gloss = .5f;
+    m[BODY_PARCEL] = plain({{.40f, .28f, .165f, .56f}}); // cardboard
+    const float label[BANDS] = {.46f, .33f, .20f, .60f};
+    memcpy(m[BODY_PARCEL].second, label, sizeof label);
+    m[BODY_PARCEL].pattern = PATTERN_NOISE;
+    m[BODY_PARCEL].size = .15f;
     return m;
 }

@@ -17,8 +17,7 @@ float moves_drift(const person_moment &at, uint32_t which, float period);
 // Upright with arms hanging, nothing yet done: what others start from.
 posture moves_upright(const figure &f, const person_moment &at);
 
-// A box that is carried: where its underside's middle is, and its size.
-const scene_vec MOVES_BOX = {0.40f, 0.30f, 0.28f};
+// Where the underside's middle is of a box that is carried, BODY_BOX large.
 scene_vec moves_box_at(const figure &f, const posture &p);
 
 // Length of a step in metres, walking or running; `speed` in metres a second.

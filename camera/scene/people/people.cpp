@@ -80,6 +80,7 @@ person *person_make(const person_look *look)
     person *p = new person;
     p->bones = figure_make(l.height, l.shoulders, l.curves);
     body_make(l, p->bones, &p->rest);
+    body_box(&p->rest);
     p->materials = body_materials(l);
     return p;
 }
@@ -98,7 +99,8 @@ void person_pose(const person *person, const person_moment *moment, scene_mesh *
 {
     const person_moment at = bounded(*moment);
     scene_place bones[BONES];
-    figure_place(person->bones, moves_posture(person->bones, at), bones);
+    const posture p = moves_posture(person->bones, at);
+    figure_place(person->bones, p, bones);
     // From a point at rest straight to the room: the bone's own origin goes into its place.
     for (int b = 0; b < BONES; b++)
         bones[b].origin = bones[b].origin - scene_turn(bones[b], person->bones.rest[b]);
@@ -106,19 +108,28 @@ void person_pose(const person *person, const person_moment *moment, scene_mesh *
     const scene_mesh &rest = person->rest.mesh;
     mesh->indices = rest.indices;
     mesh->vertices = rest.vertices;
-    for (size_t i = 0; i < rest.vertices.size(); i++) {
+    const size_t body = rest.vertices.size() - BODY_BOX_VERTICES;
+    for (size_t i = 0; i < body; i++) {
         const shape_hold &hold = person->rest.holds[i];
-        scene_place p = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+        scene_place place = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
         for (int k = 0; k < SHAPE_BONES && hold.share[k] > 0; k++) {
             const scene_place &b = bones[hold.bone[k]];
             const float s = hold.share[k];
-            p.x = p.x + b.x * s;
-            p.y = p.y + b.y * s;
-            p.z = p.z + b.z * s;
-            p.origin = p.origin + b.origin * s;
+            place.x = place.x + b.x * s;
+            place.y = place.y + b.y * s;
+            place.z = place.z + b.z * s;
+            place.origin = place.origin + b.origin * s;
         }
         scene_vertex &v = mesh->vertices[i];
-        v.position = scene_put(p, rest.vertices[i].position);
-        v.normal = scene_unit(scene_turn(p, rest.vertices[i].normal));
+        v.position = scene_put(place, rest.vertices[i].position);
+        v.normal = scene_unit(scene_turn(place, rest.vertices[i].normal));
+    }
+    // The box; with empty hands it is a point inside the pelvis, so that the triangles stay the same all the time.
+    const bool holds = p.holds > 0.5f;
+    const scene_place held = turn_place(p.held_turn, p.held);
+    for (size_t i = body; i < rest.vertices.size(); i++) {
+        scene_vertex &v = mesh->vertices[i];
+        v.position = holds ? scene_put(held, rest.vertices[i].position) : p.pelvis;
+        v.normal = holds ? scene_turn(held, rest.vertices[i].normal) : rest.vertices[i].normal;
     }
 }
