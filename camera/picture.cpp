@@ -9,6 +9,7 @@
 extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
@@ -166,7 +167,16 @@ int convert(scaler *scaler, const AVFrame *frame, int width, int height, AVPixel
         desk_say("an empty picture");
         return -1;
     }
-    if (prepare(scaler, conversion_of(frame, width, height, format)) != 0)
+    const conversion wanted = conversion_of(frame, width, height, format);
+    if (wanted.from == AV_PIX_FMT_NV12 && format == AV_PIX_FMT_NV12 && wanted.from_width == width &&
+        wanted.from_height == height && !wanted.full_range) {
+        // Where nothing is to be done the scaler copies the luma only, and leaves the colours as they were.
+        for (int plane = 0; plane < 2; plane++)
+            av_image_copy_plane(planes[plane], strides[plane], frame->data[plane], frame->linesize[plane],
+                                width, plane ? height / 2 : height);
+        return 0;
+    }
+    if (prepare(scaler, wanted) != 0)
         return -1;
     if (sws_scale(scaler->context, frame->data, frame->linesize, 0, frame->height, planes, strides) !=
         height) {

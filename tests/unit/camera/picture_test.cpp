@@ -86,6 +86,36 @@ TEST_F(Picture, Bt601VideoRangePassesUnchanged)
 }
 
 // Pure red is Y 63, U 102, V 240 in BT.709 and Y 81, U 90, V 240 in BT.601.
+TEST_F(Picture, OneThatIsJustSoKeepsItsColours)
+{
+    Frame frame = make(ANALYSIS_WIDTH, ANALYSIS_HEIGHT, AV_PIX_FMT_NV12);
+    for (int y = 0; y < ANALYSIS_HEIGHT; y++)
+        for (int x = 0; x < ANALYSIS_WIDTH; x++) {
+            frame->data[0][y * frame->linesize[0] + x] = static_cast<uint8_t>(x + y);
+            if (y % 2 == 0)
+                frame->data[1][y / 2 * frame->linesize[1] + x] = static_cast<uint8_t>(3 * x + 5 * y + 1);
+        }
+    memset(nv12.data(), 7, nv12.size());
+    ASSERT_EQ(picture_to_analysis(frame.get(), nv12.data()), 0);
+    for (int y = 0; y < ANALYSIS_HEIGHT; y += 2)
+        for (int x = 0; x < ANALYSIS_WIDTH; x += 2) {
+            ASSERT_EQ(luma(x, y), static_cast<uint8_t>(x + y)) << x << "," << y;
+            ASSERT_EQ(chroma(x, y, 0), static_cast<uint8_t>(3 * x + 5 * y + 1)) << x << "," << y;
+            ASSERT_EQ(chroma(x, y, 1), static_cast<uint8_t>(3 * (x + 1) + 5 * y + 1)) << x << "," << y;
+        }
+    EXPECT_EQ(nv12[ANALYSIS_FRAME_BYTES], 7) << "nothing behind the picture";
+}
+
+TEST_F(Picture, FullRangeOfTheSameFormatIsSqueezed)
+{
+    Frame frame = make(ANALYSIS_WIDTH, ANALYSIS_HEIGHT, AV_PIX_FMT_NV12);
+    frame->color_range = AVCOL_RANGE_JPEG;
+    memset(frame->data[0], 255, static_cast<size_t>(frame->linesize[0]) * ANALYSIS_HEIGHT);
+    memset(frame->data[1], 128, static_cast<size_t>(frame->linesize[1]) * ANALYSIS_HEIGHT / 2);
+    ASSERT_EQ(picture_to_analysis(frame.get(), nv12.data()), 0);
+    expect_everywhere(235, 128, 128);
+}
+
 TEST_F(Picture, Bt709BecomesBt601)
 {
     for (const auto &[width, height] : {std::pair{1280, 720}, {320, 192}}) {
