@@ -139,9 +139,6 @@ static int load_functions(void)
 
 int gl_open(bool gpu)
 {
-    // The rasteriser would start a thread for every core, all but asleep at our sizes; the cores belong to the
-    // program that is watched. Who wants them says so in the environment.
-    setenv("LP_NUM_THREADS", "0", 0);
     if (load_library())
         return -1;
     EGLDeviceEXT device = gpu ? find_device(false) : nullptr;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <math.h>
+#include <stdio.h>
 #include <string.h>
 
 static const float PI = static_cast<float>(M_PI);
@@ -43,17 +44,14 @@ static shader_light light_of(const scene_light &light)
     const scene_vec way = scene_unit(light.direction);
     shader_light out = {};
     out.position = light.kind == LIGHT_SUN ? with(way * -1, 0) : with(light.position, 1);
-    float exponent = 0;
-    if (light.kind == LIGHT_SPOT) {
-        const float half = std::min(std::max(light.half_angle, 1.f), 85.f) * PI / 180;
-        exponent = logf(0.5f) / logf(cosf(half));
-    } else if (light.kind == LIGHT_AREA) {
-        exponent = 1;
-    }
-    out.direction = with(way, exponent);
+    const float half = std::min(std::max(light.half_angle, 1.f), 85.f) * PI / 180;
+    out.direction = with(way, -1 / (1 - cosf(half)));
     out.strength = {light.strength[BAND_RED], light.strength[BAND_GREEN], light.strength[BAND_BLUE],
                     light.strength[BAND_INFRARED]};
     const float area = fmaxf(light.size[0] * light.size[1], 1e-6f);
+    out.extent.w = static_cast<float>(light.kind == LIGHT_SPOT   ? LOBE_SPOT
+                                      : light.kind == LIGHT_AREA ? LOBE_LAMBERT
+                                                                 : LOBE_BARE);
     out.extent.x = light.kind == LIGHT_SUN ? 0 : area / PI;
     if (light.through_window) {
         const scene_vec normal = scene_unit(scene_cross(light.window_u, light.window_v));
@@ -168,7 +166,7 @@ static void lamp_matrix(const scene_snapshot *snapshot, const scene_light &light
 }
 
 // What stands about and darkens what is beside it: actors first, then furniture.
-static int fill_blobs(const scene_snapshot *snapshot, const batch *batch, shader_frame *frame)
+static void fill_blobs(const scene_snapshot *snapshot, const batch *batch, shader_frame *frame)
 {
     int count = 0;
     for (int round = 0; round < 2; round++)
@@ -185,7 +183,8 @@ static int fill_blobs(const scene_snapshot *snapshot, const batch *batch, shader
                 with({1 / fmaxf(half.x, 0.05f), 1 / fmaxf(half.y, 0.05f), 1 / fmaxf(half.z, 0.05f)}, 0);
             count++;
         }
-    return count;
+    for (; count < SHADER_BLOBS_MAX; count++) // too far away to matter
+        frame->blobs[count][0] = {1e6f, 1e6f, 1e6f, 0}, frame->blobs[count][1] = {1, 1, 1, 0};
 }
 
 void lighting_fill(const scene_snapshot *snapshot, const batch *batch, shader_frame *frame)
@@ -218,6 +217,20 @@ void lighting_fill(const scene_snapshot *snapshot, const batch *batch, shader_fr
     frame->sky = {snapshot->sky[0], snapshot->sky[1], snapshot->sky[2], snapshot->sky[3]};
     frame->room_low = with(batch->low, 0);
     frame->room_high = with(batch->high, 0);
-    frame->counts = {static_cast<float>(count), key ? 1.f : 0.f, texel * 1.5f,
-                     static_cast<float>(fill_blobs(snapshot, batch, frame))};
+    frame->counts = {static_cast<float>(count), key ? 1.f : 0.f, texel * 1.5f, 0};
+    fill_blobs(snapshot, batch, frame);
+}
+
+void lighting_calls(const shader_frame *frame, char *text, size_t size)
+{
+    size_t length = static_cast<size_t>(snprintf(
+        text, size, "#define LOBE_BARE %d\n#define LOBE_LAMBERT %d\n#define LOBE_SPOT %d\n#define ADD_LIGHTS",
+        LOBE_BARE, LOBE_LAMBERT, LOBE_SPOT));
+    for (int i = 0; i < static_cast<int>(frame->counts.x) && length < size; i++)
+        length += static_cast<size_t>(snprintf(
+            text + length, size - length, " add_light(lights[%d], %d, %s, %s);", i,
+            static_cast<int>(frame->lights[i].extent.w), frame->lights[i].extent.y > 0 ? "true" : "false",
+            i == 0 && frame->counts.y > 0 ? "shadow_here()" : "1.0"));
+    if (length < size)
+        snprintf(text + length, size - length, "\n");
 }

@@ -10,6 +10,7 @@
 #include <math.h>
 #include <stddef.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "batch.h"
@@ -21,7 +22,7 @@
 
 enum { PICTURE_SIDE_MIN = 16, PICTURE_SIDE_MAX = 4096 };
 enum { UNIT_MATERIALS, UNIT_SHADOW, UNIT_SURFACES }; // where the shaders find their textures
-enum { ATTRIBUTES = 4 };
+enum { ATTRIBUTES = 4, LIGHT_PROGRAMS_MAX = 16 };
 
 static struct {
     bool open;
@@ -29,7 +30,11 @@ static struct {
     GLuint surface
         [PATTERNS]; // programs, one for each pattern: a branch that is not taken costs the rasteriser as
                     // much as one that is
-    GLuint shadow, light;                   // programs of the shadow map and of the second step
+    GLuint shadow;  // program of the shadow map
+    struct {
+        char calls[1000]; // what it was made with
+        GLuint program;
+    } light[LIGHT_PROGRAMS_MAX];            // one for each set of lamps that was seen; the last used first
     GLuint array, nothing;                  // vertex arrays: with the batch's vertices, and without any
     GLuint vertices, indices, frame;        // buffers
     GLuint materials, shadow_map, surfaces; // textures
@@ -71,8 +76,30 @@ static int make_programs(void)
             return -1;
     }
     state.shadow = make_program("shadow", "", shader_shadow_vertex, shader_shadow_fragment);
-    state.light = make_program("light", "", shader_light_vertex, shader_light_fragment);
-    return state.shadow && state.light ? 0 : -1;
+    return state.shadow ? 0 : -1;
+}
+
+// The program for these lamps, made when they are seen for the first time (some tenths of a second). 0 after saying
+// why.
+static GLuint light_program(void)
+{
+    auto *light = state.light;
+    char calls[sizeof light[0].calls];
+    lighting_calls(state.values, calls, sizeof calls);
+    int found = 0;
+    while (found < LIGHT_PROGRAMS_MAX - 1 && strcmp(light[found].calls, calls) != 0)
+        found++;
+    auto one = light[found];
+    if (strcmp(one.calls, calls) != 0) {
+        gl.DeleteProgram(one.program);
+        memcpy(one.calls, calls, sizeof calls);
+        one.program = make_program("light", calls, shader_light_vertex, shader_light_fragment);
+        if (!one.program)
+            one.calls[0] = 0;
+    }
+    memmove(light + 1, light, static_cast<size_t>(found) * sizeof light[0]);
+    light[0] = one;
+    return one.program;
 }
 
 static void make_buffers(void)
@@ -132,6 +159,11 @@ static int make_textures(void)
     return 0;
 }
 
+void render_prepare(void)
+{
+    setenv("LP_NUM_THREADS", "0", 0);
+}
+
 int render_start(bool gpu)
 {
     if (state.open) {
@@ -175,7 +207,8 @@ void render_stop(void)
     for (GLuint program : state.surface)
         gl.DeleteProgram(program);
     gl.DeleteProgram(state.shadow);
-    gl.DeleteProgram(state.light);
+    for (const auto &light : state.light)
+        gl.DeleteProgram(light.program);
     const GLuint buffers[] = {state.vertices, state.indices, state.frame};
     gl.DeleteBuffers(3, buffers);
     const GLuint arrays[] = {state.array, state.nothing};
@@ -326,15 +359,19 @@ static void draw_surfaces(void)
     }
 }
 
-static void draw_light(void)
+static int draw_light(void)
 {
+    const GLuint program = light_program();
+    if (!program)
+        return -1;
     gl.BindFramebuffer(GL_FRAMEBUFFER, state.light_target);
     gl.Viewport(0, 0, state.width, state.height);
     gl.Disable(GL_DEPTH_TEST);
     gl.BindVertexArray(state.nothing);
-    gl.UseProgram(state.light);
+    gl.UseProgram(program);
     gl.DrawArrays(GL_TRIANGLES, 0, 3);
     gl.BindVertexArray(state.array);
+    return 0;
 }
 
 // Up to the surfaces.
@@ -376,7 +413,8 @@ int render_draw(const scene_snapshot *snapshot, int width, int height, render_pi
     if (state.values->counts.y > 0)
         draw_shadow();
     draw_surfaces();
-    draw_light();
+    if (draw_light())
+        return -1;
     state.texels->resize(static_cast<size_t>(state.width) * static_cast<size_t>(state.height) * BANDS);
     gl.ReadPixels(0, 0, state.width, state.height, GL_RGBA, GL_FLOAT, state.texels->data());
     if (!gl_fine("drawing"))
