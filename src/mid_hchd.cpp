@@ -16,6 +16,8 @@
 #include <atomic>
 
 #include "algo_shbf.h"
+#include "ir_white_led.h"
+#include "ircut.h"
 #include "ive_image.h"
 #include "mi_ive.h"
 #include "mid_hchd_region.h"
@@ -32,6 +34,7 @@ enum {
     MIN_INPUT_AREA = 16384, // pixels; what the detector is fed lies between these
     MAX_INPUT_AREA = 28224,
     MAX_PEOPLE = 5,
+    LIGHT_EVERY = 3, // frames with people; the light stays on for far longer than that
 };
 const float IOU_THRESHOLD = 0.5f;
 
@@ -73,6 +76,7 @@ struct detection_state {
     NetworkHandle *network;
     queue_list_elem *slot[2]; // the newest frame and the one before it
     int toggle;               // the place in src and slot for the next frame
+    uint16_t people_frames;   // frames with people so far; wraps
     bool thread_started;
     pthread_t thread;
 };
@@ -147,6 +151,17 @@ int people_in_crop(uint8_t *picture, const pixel_rect &crop)
     return GetBBox(state.network, h, w);
 }
 
+// In the infrared night of the smart light mode a person makes it light, and so colour; not while an alarm has the light.
+void light_for_people()
+{
+    int night = 0, mode = 0, alarm = 0;
+    get_current_night_mode(&night, &mode, &alarm);
+    if (night == 1 && mode == NARO_IRCUT_MODE_AUTO_SMART && alarm == 0 &&
+        state.people_frames % LIGHT_EVERY == 0)
+        led_task_set_white_led_on();
+    state.people_frames++;
+}
+
 // Says what was found: the event first, then the boxes.
 void report(bool motion, int people, const pixel_rect &crop)
 {
@@ -157,6 +172,7 @@ void report(bool motion, int people, const pixel_rect &crop)
         naro_isp_track_run(&list, 0);
         return;
     }
+    light_for_people();
     shbf_event_broadcast(EVENT_CHANNEL_MD, EVENT_PEOPLE_MOTION, EVENT_MOTION_LENGTH);
     const BBox *box = Get_Boxes(state.network);
     for (int i = 0; i < people && i < NARO_TRACK_BOXES; i++) {

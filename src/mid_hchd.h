@@ -3,7 +3,8 @@
 // For each frame: the blocks that differ from the frame before give a moving rectangle; the detector looks at that part
 // of the picture only; "PeopleMotion" or "ObjectMotion" goes out on the md channel; the boxes go to the media server.
 // Events are not throttled here: every frame with something to say says it. The boxes follow the event, so that whoever
-// receives a frame's boxes knows that its event has been sent.
+// receives a frame's boxes knows that its event has been sent. In the night of the smart light mode, while no alarm
+// light is on, the first frame with people and every third one after it asks for the white LED, before its event.
 #ifndef MID_HCHD_H
 #define MID_HCHD_H
 

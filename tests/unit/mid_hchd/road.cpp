@@ -12,6 +12,8 @@
 #include <algorithm>
 
 #include "algo_shbf.h"
+#include "ir_white_led.h"
+#include "ircut.h"
 #include "ive_image.h"
 #include "naro_isp.h"
 
@@ -381,6 +383,22 @@ const BBox *Get_Boxes(const NetworkHandle *)
 }
 
 // ---- Events and boxes out --------------------------------------------------------------------------------
+
+int get_current_night_mode(int *night, int *mode, int *alarm)
+{
+    Lock lock;
+    *night = road->current->night;
+    *mode = road->current->light_mode;
+    *alarm = road->current->alarm;
+    return 0;
+}
+
+int led_task_set_white_led_on(void)
+{
+    Lock lock;
+    note("light");
+    return 0;
+}
 
 int shbf_event_broadcast(int index, const void *buf, int len)
 {

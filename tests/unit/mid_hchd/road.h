@@ -10,8 +10,8 @@
 //   EXPECT_EQ(road.journal, ...);
 //
 // The journal tells: "take N" and "give N" (N counts the elements of the script from 0; what fini publishes follows),
-// "take fails", "sad A B" (the elements compared), "csc", "forward", "boxes", "event TEXT", "track COUNT", and what
-// init and fini do.
+// "take fails", "sad A B" (the elements compared), "csc", "forward", "boxes", "light" (the white LED is asked for),
+// "event TEXT", "track COUNT", and what init and fini do.
 //
 // Fill in before init, read after fini or while the task is idle.
 #ifndef NARO_TESTS_ROAD_H
@@ -43,6 +43,7 @@ struct Step {
     std::vector<BBox> boxes; // of GetBBox
     int count = -1;          // what GetBBox says; -1: as many as there are boxes
     int sad = 0, csc = 0, forward = 0;
+    int night = 0, light_mode = 5, alarm = 0; // what the light controller says during this frame
 };
 
 struct SadCall {

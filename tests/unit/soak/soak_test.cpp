@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "event_channels.h"
+#include "ir_white_led.h"
+#include "ircut.h"
 #include "mid_hchd.h"
 #include "naro_ipc_wire.h"
 #include "queues.h"
@@ -48,6 +50,19 @@ int shbf_event_broadcast(int index, const void *buf, int len)
     EXPECT_EQ(EVENT_CHANNEL_MD, index);
     EXPECT_EQ(EVENT_MOTION_LENGTH, len);
     (*static_cast<const char *>(buf) == 'P' ? people_events : object_events)++;
+    return 0;
+}
+
+// A night of the smart mode, so that its light is asked for.
+int get_current_night_mode(int *night, int *mode, int *alarm)
+{
+    *night = 1;
+    *mode = NARO_IRCUT_MODE_AUTO_SMART;
+    *alarm = 0;
+    return 0;
+}
+int led_task_set_white_led_on(void)
+{
     return 0;
 }
 
