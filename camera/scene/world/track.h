@@ -46,6 +46,10 @@ track_ground track_ground_make(const room *room);
 bool track_plan(const track_ground &ground, const scene_actor &actor, double end, track *result,
                 std::vector<track_passage> *passages, std::string *path, std::string *text);
 
+// Seconds that a leg's way takes, and where one looks when `done` metres of it are done.
+double track_duration(const track_leg &leg);
+float track_leg_heading(const track_leg &leg, float done);
+
 struct track_moment {
     bool here = false;
     person_activity activity = PERSON_STAND, before = PERSON_STAND;

@@ -184,7 +184,7 @@ const world_plan *world_plan_at(world *world, double time, double *local)
     std::unique_ptr<world_plan> plan(new world_plan);
     plan->begin = block * EVENING_BLOCK;
     evening_home(world->seed, &plan->script);
-    evening_block(world->seed, static_cast<int64_t>(block), world->place, &plan->script);
+    evening_block(world->seed, static_cast<int64_t>(block), &plan->script);
     std::string path, text;
     if (!world_plan_make(world, plan.get(), &path,
                          &text)) { // our own script: a room without a place it counts on
@@ -252,6 +252,9 @@ bool world_pose(world *world, size_t actor, double time, const scene_view &view,
         return false;
     if (activity)
         *activity = at.activity;
+    // The world's time, not the script's: nobody's breath jumps where a script begins again. Folded while a float
+    // still tells hundredths of a second apart.
+    const float breath = static_cast<float>(fmod(time, 36000));
     if (a.body) {
         person_moment moment;
         moment.activity = at.activity;
@@ -263,17 +266,17 @@ bool world_pose(world *world, size_t actor, double time, const scene_view &view,
         moment.before_heading = at.before_heading;
         moment.way = at.way;
         moment.speed = at.pace;
-        moment.time = static_cast<float>(local);
+        moment.time = breath;
         moment.seed = a.seed;
         person_pose(a.body, &moment, mesh);
         return true;
     }
     thing_moment moment;
-    moment.position = a.kind == THING_INSECT ? insect_place(view, a.seed, local) : at.position;
+    moment.position = a.kind == THING_INSECT ? insect_place(view, a.seed, time) : at.position;
     moment.heading = at.heading;
     moment.way = at.way;
     moment.speed = a.kind == THING_FAN ? 1 : at.speed; // whoever has a fan in a scene wants it to run
-    moment.time = static_cast<float>(local);
+    moment.time = breath;
     thing_pose(a.object, &moment, mesh);
     return true;
 }

@@ -66,8 +66,8 @@ bool world_pose(world *world, size_t actor, double time, const scene_view &view,
 
 // An evening at home, from its seed: who lives there, and what block number `block` (of EVENING_BLOCK
 // seconds) brings.
-const double EVENING_BLOCK = 600;
+const double EVENING_BLOCK = 300;
 void evening_home(uint64_t seed, scene_script *script);
-void evening_block(uint64_t seed, int64_t block, const room *room, scene_script *script);
+void evening_block(uint64_t seed, int64_t block, scene_script *script);
 
 #endif
