@@ -57,6 +57,7 @@ struct {
 
     bool connected;             // every listener is there
     bool doubt;                 // a client has connected to the command socket since the last answer
+    bool released;              // held frames may go to this daemon
     bool reference;             // the daemon has a frame to compare with
     std::deque<sent_frame> out; // sent and not answered, oldest first; without the reference
     std::vector<std::string> pending_events;
@@ -169,6 +170,8 @@ void send(const message *what, AVFrame *picture)
     road.counts.sent++;
     road.counts.last_time_ms = frame.time_ms;
     road.last_sent_at_ms = now;
+    if (road.settings.on_send)
+        road.settings.on_send(what->pixels);
     if (shbfev_brd_broadcast_message(road.raw, what, sizeof what->header + ANALYSIS_FRAME_BYTES) < 0) {
         lose(&frame);
         return;
@@ -338,8 +341,8 @@ int on_raw_error(void *, int error)
 
 void connect_when_all_are_there(void)
 {
-    if (road.connected || shbfev_brd_receivers(road.raw) < road.settings.listeners ||
-        !shbfev_rcv_connected(road.events))
+    if (road.connected || (road.settings.held && !road.released) ||
+        shbfev_brd_receivers(road.raw) < road.settings.listeners || !shbfev_rcv_connected(road.events))
         return;
     road.connected = true;
     road.counts.connected = true;
@@ -409,6 +412,7 @@ int frames_start(struct ev_loop *loop, const frames_settings *settings)
 {
     road.loop = loop;
     road.settings = *settings;
+    road.released = false;
     road.counts = {};
     if (shbf_rcv_global_init() < 0)
         return -1;
@@ -461,8 +465,14 @@ void frames_on_track(const naro_isp_track_param *track)
     end_if_done();
 }
 
+void frames_release(void)
+{
+    road.released = true;
+}
+
 void frames_on_daemon_end(void)
 {
+    road.released = false;
     road.connected = false;
     road.counts.connected = false;
     road.reference = false;

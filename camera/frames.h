@@ -37,8 +37,11 @@ struct frame_result {
 
 struct frames_settings {
     bool fast;
-    int listeners;      // receivers of the raw stream that must be there before the first frame
-    uint64_t end_ms;    // source time at which to stop; 0: when the source ends
+    int listeners;   // receivers of the raw stream that must be there before the first frame
+    bool held;       // no frame goes out before frames_release, anew for each daemon
+    uint64_t end_ms; // source time at which to stop; 0: when the source ends
+    // Each picture as it is sent, ANALYSIS_FRAME_BYTES; null: nobody wants it. In the order of their numbers.
+    void (*on_send)(const uint8_t *nv12);
     bool keep_pictures; // results carry the picture
     void (*on_result)(const frame_result *result);
     void (*on_end)(bool failed); // nothing more to send, and everything sent has been heard of
@@ -65,6 +68,8 @@ void frames_stop(void);
 void frames_on_track(const naro_isp_track_param *track);
 // Someone has connected to the command socket: the daemon, perhaps, after it lost its connection and a command.
 void frames_on_client(void);
+// Held frames may go: the daemon has its settings.
+void frames_release(void);
 // No daemon to send to any more, until the next connects.
 void frames_on_daemon_end(void);
 // The source has something new. Any thread, between frames_start and frames_stop.

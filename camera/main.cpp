@@ -12,6 +12,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include "board.h"
 #include "command_server.h"
 #include "desk.h"
 #include "frames.h"
@@ -19,7 +20,10 @@ extern "C" {
 #include "options.h"
 #include "output.h"
 #include "picture.h"
+#include "render.h"
+#include "rendered.h"
 #include "scenario.h"
+#include "settings.h"
 #include "source.h"
 #include "supervisor.h"
 
@@ -54,6 +58,13 @@ void on_frames_end(bool failed)
     stop();
 }
 
+// Somebody has come to the command socket.
+void on_client(void)
+{
+    frames_on_client();
+    settings_on_client();
+}
+
 void on_signal(struct ev_loop *, ev_signal *, int)
 {
     stop();
@@ -74,22 +85,39 @@ int start(void)
     if (desk_enter_root(true) != 0)
         return -1;
     const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track,
-                                            frames_on_client};
+                                            on_client};
     if (command_server_start(camera.loop, &server) != 0)
         return -1;
+    // The scene's own settings first, so that the command line has the last word.
+    settings_wanted wanted = {};
+    const char *scene;
+    if (rendered_is_scene(options.source, &scene) && rendered_scene_settings(scene, &wanted.values) != 0)
+        return -1;
+    wanted.values.insert(wanted.values.end(), options.settings.begin(), options.settings.end());
+    wanted.program = "naro_algo";
+    wanted.on_ready = frames_release;
     frames_settings frames = {};
+    frames.held = options.fast && !wanted.values.empty();
     frames.fast = options.fast;
     frames.listeners = options.listeners;
     frames.end_ms = options.end_ms;
-    frames.keep_pictures = options.record || options.window;
+    frames.keep_pictures = options.record || options.window || options.truth;
+    frames.on_send = output_sent;
     frames.on_result = on_result;
     frames.on_end = on_frames_end;
     if (frames_start(camera.loop, &frames) != 0)
         return -1;
     if (output_start(camera.loop, &options) != 0)
         return -1;
-    const source_settings source = {options.source, options.loop, frames_wake, nullptr};
+    source_settings source = {};
+    source.url = options.source;
+    source.loop = options.loop;
+    source.view = options.record || options.window;
+    source.gpu = options.gpu;
+    source.wake = frames_wake;
     if (source_start(&source) != 0)
+        return -1;
+    if (board_start(camera.loop, nullptr) != 0 || settings_start(camera.loop, &wanted) != 0)
         return -1;
     if (!options.daemon)
         return 0;
@@ -115,6 +143,7 @@ int main(int argc, char **argv)
     const int parsed = options_parse(argc, argv, &camera.options);
     if (parsed != 0)
         return parsed > 0 ? 0 : 2;
+    render_prepare();
     setvbuf(stdout, nullptr, _IOLBF, 0);
     signal(SIGPIPE, SIG_IGN);
     av_log_set_level(camera.options.verbose ? AV_LOG_WARNING : AV_LOG_FATAL);
@@ -130,6 +159,8 @@ int main(int argc, char **argv)
     output_stop();
     source_stop();
     frames_stop();
+    settings_stop();
+    board_stop();
     command_server_stop();
     picture_exit();
     return started && !camera.failed ? 0 : 1;

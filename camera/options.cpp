@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include "desk.h"
+#include "rendered.h"
+#include "world.h"
 
 namespace
 {
@@ -26,15 +28,25 @@ const char help[] =
     "At the\n"
     "end comes a summary. Ctrl-C ends it.\n"
     "\n"
-    "  --source WHAT    a video file, a URL (RTSP, HTTP, ...) or a capture device (/dev/video0); without it: "
-    "a\n"
-    "                   generated picture of moving shapes\n"
-    "  --loop           play a file again and again\n"
+    "  --source WHAT    what the camera looks at:\n"
+    "                     a video file, a URL (RTSP, HTTP, ...) or a capture device (/dev/video0);\n"
+    "                     scene:NAME, a scene in a rendered room (--scenes lists them; a path that ends in "
+    ".json is\n"
+    "                     a scene, too; scenes/random?seed=N is an endless evening at home);\n"
+    "                     shapes, a generated picture of moving shapes.\n"
+    "                   Without it: scene:arrival, again and again\n"
+    "  --scenes         list the scenes, each with what a good camera does in it\n"
+    "  --loop           play a file or a scene again and again\n"
     "  --fast           as fast as the daemon analyses, five frames for each second of the source\n"
     "  --seconds N      stop after N seconds of the source\n"
     "  --record DIR     write DIR/video.mp4, with boxes and events drawn in, and DIR/events.jsonl (both are "
     "written\n"
     "                   over)\n"
+    "  --truth FILE     of a scene: write what is really to be seen in each frame, one JSON object a line\n"
+    "  --set KEY=VALUE  a setting of the configuration service, set before the first frame; may be repeated\n"
+    "  --gpu            draw scenes with a graphics card where there is one; without it they come out the "
+    "same in\n"
+    "                   every run on a machine\n"
     "  --window         show the picture in a window (needs ffplay and a display)\n"
     "  --headless       no window (that is so unless --window is given)\n"
     "  --json           events and summary as JSON, one object a line\n"
@@ -46,6 +58,8 @@ const char help[] =
     "  --daemon PATH    the daemon to start (default: naro_algo beside this program)\n"
     "  --no-daemon      start none; one that is started by hand with the same NARO_ROOT finds the camera\n"
     "  --scenario FILE  misbehave as the file says (camera/scenario.h describes it)\n"
+    "  --frames FILE    write the pictures that the daemon is sent, as Y4M; played as a --source they are "
+    "the same\n"
     "  --listeners N    wait for N receivers of the raw stream before the first frame (default 1: the "
     "daemon)\n"
     "\n"
@@ -67,12 +81,22 @@ enum {
     LONG_SCENARIO,
     LONG_LISTENERS,
     LONG_SOURCE,
-    LONG_LOOP
+    LONG_LOOP,
+    LONG_SCENES,
+    LONG_TRUTH,
+    LONG_GPU,
+    LONG_SET,
+    LONG_FRAMES
 };
 
 const option long_options[] = {
     {"source", required_argument, nullptr, LONG_SOURCE},
     {"loop", no_argument, nullptr, LONG_LOOP},
+    {"scenes", no_argument, nullptr, LONG_SCENES},
+    {"truth", required_argument, nullptr, LONG_TRUTH},
+    {"gpu", no_argument, nullptr, LONG_GPU},
+    {"set", required_argument, nullptr, LONG_SET},
+    {"frames", required_argument, nullptr, LONG_FRAMES},
     {"fast", no_argument, nullptr, LONG_FAST},
     {"seconds", required_argument, nullptr, LONG_SECONDS},
     {"record", required_argument, nullptr, LONG_RECORD},
@@ -117,17 +141,39 @@ bool read_listeners(const char *text, int *count)
     return true;
 }
 
+bool read_setting(const char *text, camera_options *options)
+{
+    const char *sign = strchr(text, '=');
+    if (!sign || sign == text) {
+        desk_say("--set wants KEY=VALUE, not \"%s\"", text);
+        return false;
+    }
+    options->settings.emplace_back(std::string(text, static_cast<size_t>(sign - text)), sign + 1);
+    return true;
+}
+
 // The daemon lies beside this program, wherever that was started from.
 const char *daemon_beside(void)
 {
-    static char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - sizeof "naro_algo");
+    static char path[PATH_MAX + 1 + sizeof "naro_algo"];
+    const ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);
     if (length <= 0)
         return "naro_algo";
     path[length] = '\0';
-    char *name = strrchr(path, '/');
-    strcpy(name ? name + 1 : path, "naro_algo");
+    char *slash = strrchr(path, '/');
+    memcpy(slash ? slash + 1 : path, "naro_algo", sizeof "naro_algo");
     return path;
+}
+
+void list_scenes(void)
+{
+    for (const std::string &name : world_names()) {
+        world *scene = world_open(name.c_str());
+        if (!scene)
+            continue; // it was said why
+        printf("%-24s %s\n", name.c_str(), world_story(scene));
+        world_close(scene);
+    }
 }
 
 } // namespace
@@ -146,6 +192,22 @@ int options_parse(int argc, char **argv, camera_options *options)
             break;
         case LONG_LOOP:
             options->loop = true;
+            break;
+        case LONG_SCENES:
+            list_scenes();
+            return 1;
+        case LONG_TRUTH:
+            options->truth = optarg;
+            break;
+        case LONG_GPU:
+            options->gpu = true;
+            break;
+        case LONG_SET:
+            if (!read_setting(optarg, options))
+                return -1;
+            break;
+        case LONG_FRAMES:
+            options->frames = optarg;
             break;
         case LONG_FAST:
             options->fast = true;
@@ -195,6 +257,15 @@ int options_parse(int argc, char **argv, camera_options *options)
     }
     if (optind < argc) {
         desk_say("\"%s\" is no option; a source goes behind --source", argv[optind]);
+        return -1;
+    }
+    if (!options->source) {
+        options->source = "scene:" RENDERED_DEFAULT;
+        options->loop = true;
+    }
+    const char *scene;
+    if (options->truth && !rendered_is_scene(options->source, &scene)) {
+        desk_say("--truth is for scenes: of \"%s\" nobody knows it", options->source);
         return -1;
     }
     return 0;

@@ -3,10 +3,15 @@
 #define OPTIONS_H
 
 #include <stdint.h>
+#include <string>
+#include <utility>
+#include <vector>
 
 struct camera_options {
-    const char *source; // null: the generated scene
+    const char *source;
     bool loop;
+    bool gpu;          // draw scenes with a graphics card
+    const char *truth; // file; null: none
     bool fast;
     uint64_t end_ms;    // 0: when the source ends
     const char *record; // folder; null: no recording
@@ -14,6 +19,8 @@ struct camera_options {
     const char *daemon;   // path; null: none is started
     const char *scenario; // file; null: behave
     int listeners;
+    const char *frames;                                        // file for the pictures as sent; null: none
+    std::vector<std::pair<std::string, std::string>> settings; // key and value, in the order given
     bool json;
     bool summary_only;
     bool verbose;

@@ -1,16 +1,20 @@
 // Event lines and the summary.
 #include "output.h"
 
+#include <errno.h>
 #include <inttypes.h>
 #include <map>
 #include <stdio.h>
+#include <string.h>
 #include <string>
 
+#include "desk.h"
 #include "event_channels.h"
 #include "events.h"
 #include "overlay.h"
 #include "picture.h"
 #include "record.h"
+#include "rendered.h"
 #include "status.h"
 #include "supervisor.h"
 #include "window.h"
@@ -21,14 +25,55 @@ namespace
 struct {
     const camera_options *options;
     std::map<std::string, uint64_t> events_by_name;
+    FILE *truth, *frames;
     uint32_t view[VIEW_WIDTH * VIEW_HEIGHT + 16]; // the scaler may store whole vectors
 } output;
 
+// What is known about the frame's picture; null unless it is a scene's.
+const rendered_extra *extra_of(const frame_result *result)
+{
+    return result->picture ? rendered_extra_of(result->picture) : nullptr;
+}
+
+void write_truth(const frame_result *result)
+{
+    const rendered_extra *extra = extra_of(result);
+    if (!output.truth || !extra)
+        return;
+    truth_moment truth = extra->truth;
+    truth.number = result->number; // of the frames sent
+    fprintf(output.truth, "%s\n", truth_json(&truth).c_str());
+}
+
+// `path` null: nothing to open.
+int open_file(const char *path, FILE **file)
+{
+    *file = path ? fopen(path, "we") : nullptr;
+    if (!path || *file)
+        return 0;
+    desk_say("%s: %s", path, strerror(errno));
+    return -1;
+}
+
+void close_file(const char *path, FILE **file)
+{
+    if (!*file)
+        return;
+    const bool broken = ferror(*file) != 0;
+    if (fclose(*file) != 0 || broken)
+        desk_say("%s: not all of it could be written", path);
+    *file = nullptr;
+}
+
 void show_picture(const frame_result *result)
 {
-    if (!result->picture || picture_to_view(result->picture, VIEW_WIDTH, VIEW_HEIGHT, output.view) != 0)
+    if (!result->picture || !(output.options->record || output.options->window))
         return;
-    overlay_draw(output.view, result);
+    const rendered_extra *extra = extra_of(result);
+    const AVFrame *picture = extra && extra->view ? extra->view : result->picture;
+    if (picture_to_view(picture, VIEW_WIDTH, VIEW_HEIGHT, output.view) != 0)
+        return;
+    overlay_draw(output.view, result, extra ? &extra->truth : nullptr);
     if (output.options->record)
         record_picture(output.view, result->time_ms);
     if (output.options->window)
@@ -75,6 +120,11 @@ int output_start(struct ev_loop *loop, const camera_options *options)
     output.options = options;
     if (options->record && record_start(options->record) != 0)
         return -1;
+    if (open_file(options->truth, &output.truth) != 0 || open_file(options->frames, &output.frames) != 0)
+        return -1;
+    if (output.frames)
+        fprintf(output.frames, "YUV4MPEG2 W%d H%d F%d:1 Ip A1:1 C420jpeg XCOLORRANGE=LIMITED\n",
+                ANALYSIS_WIDTH, ANALYSIS_HEIGHT, FRAMES_PER_SECOND);
     if (options->window)
         window_start(loop);
     status_start(loop, options, &output.events_by_name);
@@ -94,7 +144,21 @@ void output_result(const frame_result *result)
         puts(output.options->json ? json.c_str()
                                   : event_line(result->time_ms, name, result->track.box, boxes).c_str());
     }
+    write_truth(result);
     show_picture(result);
+}
+
+void output_sent(const uint8_t *nv12)
+{
+    if (!output.frames)
+        return;
+    static uint8_t planes[ANALYSIS_FRAME_BYTES]; // Y, U, V
+    const int chroma = ANALYSIS_FRAME_BYTES - ANALYSIS_CHROMA_OFFSET;
+    memcpy(planes, nv12, ANALYSIS_CHROMA_OFFSET);
+    for (int i = 0; i < chroma; i++)
+        planes[ANALYSIS_CHROMA_OFFSET + i / 2 + i % 2 * (chroma / 2)] = nv12[ANALYSIS_CHROMA_OFFSET + i];
+    fputs("FRAME\n", output.frames);
+    fwrite(planes, sizeof planes, 1, output.frames);
 }
 
 bool output_broken(void)
@@ -115,6 +179,8 @@ void output_summary(void)
 
 void output_stop(void)
 {
+    close_file(output.options ? output.options->truth : nullptr, &output.truth);
+    close_file(output.options ? output.options->frames : nullptr, &output.frames);
     record_stop();
     window_stop();
     status_stop();

@@ -21,7 +21,9 @@ const colour people_colour = {0.25, 0.95, 0.40};
 const colour motion_colour = {1.00, 0.75, 0.20};
 const colour plain_colour = {1.00, 1.00, 1.00};
 
-enum { TEXT_SIZE = 15, MARGIN = 6, LINE = 21 };
+const colour truth_colour = {0.75, 0.90, 1.00};
+
+enum { TEXT_SIZE = 15, SMALL_SIZE = 10, MARGIN = 6, LINE = 21 };
 
 const colour &colour_of(const std::string &event)
 {
@@ -59,9 +61,32 @@ void draw_box(cairo_t *pen, const naro_track_box &box)
     cairo_stroke(pen);
 }
 
+// Where an actor really is: dashed, with its name, so that nobody takes it for what the daemon found.
+void draw_truth(cairo_t *pen, const truth_actor &actor)
+{
+    const double x = VIEW_SCALE * static_cast<double>(actor.box[0]),
+                 y = VIEW_SCALE * static_cast<double>(actor.box[1]);
+    const double width = VIEW_SCALE * static_cast<double>(actor.box[2]) - x;
+    const double height = VIEW_SCALE * static_cast<double>(actor.box[3]) - y;
+    if (width <= 0 || height <= 0)
+        return;
+    static const double dashes[] = {4, 4};
+    cairo_set_dash(pen, dashes, 2, 0);
+    cairo_set_line_width(pen, 1);
+    cairo_set_source_rgba(pen, truth_colour.red, truth_colour.green, truth_colour.blue,
+                          actor.moves ? 0.9 : 0.5);
+    cairo_rectangle(pen, x + 0.5, y + 0.5, width - 1, height - 1);
+    cairo_stroke(pen);
+    cairo_set_dash(pen, nullptr, 0, 0);
+    cairo_move_to(pen, x, y + height + SMALL_SIZE);
+    cairo_set_font_size(pen, SMALL_SIZE);
+    cairo_show_text(pen, (actor.doing.empty() ? actor.name : actor.name + ": " + actor.doing).c_str());
+    cairo_set_font_size(pen, TEXT_SIZE);
+}
+
 } // namespace
 
-void overlay_draw(uint32_t *pixels, const frame_result *result)
+void overlay_draw(uint32_t *pixels, const frame_result *result, const truth_moment *truth)
 {
     cairo_surface_t *surface =
         cairo_image_surface_create_for_data(reinterpret_cast<unsigned char *>(pixels), CAIRO_FORMAT_RGB24,
@@ -69,6 +94,9 @@ void overlay_draw(uint32_t *pixels, const frame_result *result)
     cairo_t *pen = cairo_create(surface);
     cairo_select_font_face(pen, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
     cairo_set_font_size(pen, TEXT_SIZE);
+    if (truth)
+        for (const truth_actor &actor : truth->actors)
+            draw_truth(pen, actor);
     for (int i = 0; i < result->boxes; i++)
         draw_box(pen, result->track.box[i]);
     double x = MARGIN;

@@ -23,6 +23,7 @@ extern "C" {
 #include "desk.h"
 #include "generated.h"
 #include "naro_util.h"
+#include "rendered.h"
 
 namespace
 {
@@ -63,7 +64,8 @@ struct {
 
 // The thread's own; made anew by source_start.
 struct {
-    std::string name; // what the person typed
+    std::string name;  // what the person typed
+    const char *scene; // when that is a scene
     bool device;
     bool network;
     AVFormatContext *format;
@@ -71,6 +73,8 @@ struct {
     AVPacket *packet;
     AVFrame *frame;
     int stream;
+    bool turned;       // the container says which side of a picture is up,
+    int32_t matrix[9]; // by this
     std::atomic<uint64_t>
         deadline_ms;           // monotonic; 0: none. Read by FFmpeg's own threads through the callback
     bool rebased;              // a first picture of this opening has been seen
@@ -202,6 +206,36 @@ void close_source(void)
     av_frame_free(&reader.frame);
 }
 
+// Keeps the container's word on which side is up, if it has one.
+void read_orientation(void)
+{
+    const AVStream *stream = reader.format->streams[reader.stream];
+    reader.turned = false;
+#if LIBAVFORMAT_VERSION_INT < AV_VERSION_INT(60, 15, 100)
+    size_t size = 0;
+    const uint8_t *matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+#else
+    const AVPacketSideData *data = av_packet_side_data_get(
+        stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
+    const uint8_t *matrix = data ? data->data : nullptr;
+    const size_t size = data ? data->size : 0;
+#endif
+    if (!matrix || size < sizeof reader.matrix)
+        return;
+    memcpy(reader.matrix, matrix, sizeof reader.matrix);
+    reader.turned = true;
+}
+
+// Puts it on a picture that has no word of its own.
+void orient(AVFrame *frame)
+{
+    if (!reader.turned || av_frame_get_side_data(frame, AV_FRAME_DATA_DISPLAYMATRIX))
+        return;
+    AVFrameSideData *data = av_frame_new_side_data(frame, AV_FRAME_DATA_DISPLAYMATRIX, sizeof reader.matrix);
+    if (data)
+        memcpy(data->data, reader.matrix, sizeof reader.matrix);
+}
+
 int open_decoder(void)
 {
     const AVCodec *decoder = nullptr;
@@ -211,6 +245,7 @@ int open_decoder(void)
     for (unsigned i = 0; i < reader.format->nb_streams; i++)
         if (static_cast<int>(i) != reader.stream)
             reader.format->streams[i]->discard = AVDISCARD_ALL;
+    read_orientation();
     reader.codec = avcodec_alloc_context3(decoder);
     if (!reader.codec)
         return AVERROR(ENOMEM);
@@ -259,10 +294,6 @@ int open_source(void)
     av_dict_free(&options);
     if (error < 0)
         return error; // and the context is gone
-#if LIBAVFORMAT_VERSION_INT < AV_VERSION_INT(60, 15, 100)
-    // So that pictures carry the container's word on which side is up; later versions do that unasked.
-    av_format_inject_global_side_data(reader.format);
-#endif
     if (!reader.device)
         error = avformat_find_stream_info(reader.format, nullptr);
     if (error < 0)
@@ -339,6 +370,7 @@ bool deliver(AVFrame *frame)
     if (!kept)
         return !source.quit;
     av_frame_move_ref(kept, frame);
+    orient(kept);
     return push(kept, static_cast<uint64_t>(time));
 }
 
@@ -478,6 +510,38 @@ void *read_source(void *)
     }
 }
 
+// A scene may be wrong, and a renderer missing; once open, both go on to the end.
+void *render_source(void *)
+{
+    (void)prctl(PR_SET_NAME, "source");
+    const rendered_settings settings = {reader.scene, source.settings.loop, source.settings.view,
+                                        source.settings.gpu};
+    if (rendered_open(&settings) != 0) {
+        finish(true);
+        return nullptr;
+    }
+    reader.step_ms = RENDERED_STEP_MS;
+    const uint64_t end_ms = rendered_end_ms();
+    for (uint64_t number = 0;; number++) {
+        number = std::max(number, wanted() / RENDERED_STEP_MS); // what nobody will look at is not drawn
+        const uint64_t time_ms = number * RENDERED_STEP_MS;
+        if (end_ms > 0 && time_ms >= end_ms) {
+            finish(false);
+            break;
+        }
+        AVFrame *frame = rendered_picture(number);
+        if (!frame) {
+            finish(true);
+            break;
+        }
+        reader.last_ms = static_cast<int64_t>(time_ms);
+        if (!push(frame, time_ms))
+            break;
+    }
+    rendered_close();
+    return nullptr;
+}
+
 // The generated scene needs no opening and never breaks.
 void *draw_source(void *)
 {
@@ -530,15 +594,20 @@ int source_start(const source_settings *settings)
     reader.live = false;
     reader.backoff_ms = BACKOFF_FIRST_MS;
     reader.deadline_ms = 0;
-    if (settings->url) {
-        reader.name = settings->url;
+    void *(*work)(void *) = read_source;
+    reader.device = reader.network = false;
+    reader.name = settings->url;
+    if (strcmp(settings->url, SOURCE_SHAPES) == 0) {
+        work = draw_source;
+    } else if (rendered_is_scene(settings->url, &reader.scene)) {
+        work = render_source;
+    } else {
         look_at_url();
         avformat_network_init();
         if (reader.device)
             avdevice_register_all();
     }
-    const int error =
-        pthread_create(&source.thread, nullptr, settings->url ? read_source : draw_source, nullptr);
+    const int error = pthread_create(&source.thread, nullptr, work, nullptr);
     if (error != 0) {
         desk_say("the source's thread: %s", strerror(error));
         return -1;

@@ -1,4 +1,5 @@
-// Where pictures come from: a video file, a stream, a capture device, or a generated scene of moving shapes.
+// Where pictures come from: a video file, a stream, a capture device, a scene in the rendered room, or a generated
+// picture of moving shapes.
 //
 // A thread of its own reads and decodes (or draws), a bounded number of pictures ahead; the event loop takes.
 // The source's time starts at 0 with its first picture and never runs backwards. A file's time is that of its
@@ -14,9 +15,14 @@
 
 struct AVFrame;
 
+#define SOURCE_SHAPES "shapes"
+
 struct source_settings {
-    const char *url; // file, URL or device; null: the generated scene. Must live as long as the source
-    bool loop;       // a file: again and again
+    // File, URL, device, scene (rendered.h says what it looks like), or SOURCE_SHAPES. Must live as long as the source.
+    const char *url;
+    bool loop; // a file or a scene: again and again
+    bool view; // of a scene: larger pictures for people, too
+    bool gpu;  // of a scene: drawn by a graphics card where there is one
     // Called on the source's thread when a take that had to wait is worth trying again.
     void (*wake)(void *context);
     void *context;

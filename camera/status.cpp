@@ -44,8 +44,7 @@ void add_age(json_object *to, const char *name, double at)
 json_object *source_object(const frames_counts *frames)
 {
     json_object *object = json_object_new_object();
-    const char *name = status.options->source;
-    json_object_object_add(object, "name", name ? json_object_new_string(name) : nullptr);
+    json_object_object_add(object, "name", json_object_new_string(status.options->source));
     add(object, "time_ms", frames->last_time_ms);
     add(object, "live", source_is_live());
     add(object, "reopened", static_cast<uint64_t>(source_reopened()));

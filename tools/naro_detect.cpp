@@ -18,9 +18,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-#include "mi_ive.h"
-#include "naro_util.h"
-#include "nn/network.h"
+#include "detector.h"
 
 namespace
 {
@@ -44,7 +42,7 @@ const char help[] =
     "\n"
     "Exit status 1 when a picture could not be read or looked at (the others are), 2 for a wrong call.\n";
 
-enum { IVE_HANDLE = 0, MIN_AREA = 16384, MAX_AREA = 28224, MAX_SIDE = INT16_MAX };
+enum { MAX_SIDE = INT16_MAX };
 
 std::string av_error(int number)
 {
@@ -149,57 +147,21 @@ AVFrame *read_picture(const std::string &path)
     return nv12;
 }
 
-// What the daemon does with a crop. False after saying why.
-bool detect(NetworkHandle *network, NetworkConfig *config, const std::string &path, const AVFrame *nv12,
-            int *count)
-{
-    const int width = nv12->width, height = nv12->height;
-    mi_ive_image yuv = {};
-    yuv.type = MI_IVE_YUV420SP;
-    yuv.virt_addr[0] = nv12->data[0];
-    yuv.virt_addr[1] = nv12->data[1];
-    yuv.stride[0] = static_cast<uint16_t>(nv12->linesize[0]);
-    yuv.stride[1] = static_cast<uint16_t>(nv12->linesize[1]);
-    yuv.width = static_cast<uint16_t>(width);
-    yuv.height = static_cast<uint16_t>(height);
-
-    std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
-    mi_ive_image rgb = {};
-    rgb.type = MI_IVE_U8C3_PACKED;
-    rgb.virt_addr[0] = pixels.data();
-    rgb.stride[0] = rgb.width = static_cast<uint16_t>(width);
-    rgb.height = static_cast<uint16_t>(height);
-
-    const mi_ive_csc_control control = {0};
-    const int error = MI_IVE_Csc(IVE_HANDLE, &yuv, &rgb, &control, 1);
-    if (error != 0) {
-        char text[60];
-        snprintf(text, sizeof text, "the image engine answers 0x%x", static_cast<unsigned>(error));
-        return complain(path, text);
-    }
-    config->input_height = static_cast<uint32_t>(naro_round(height, 32));
-    config->input_width = static_cast<uint32_t>(naro_round(width, 32));
-    if (Forward_Network(network, pixels.data(), height, width, 3) != 0)
-        return complain(path, "the detector failed");
-    *count = GetBBox(network, height, width);
-    return true;
-}
-
-bool look_at(NetworkHandle *network, NetworkConfig *config, const std::string &folder,
-             const std::string &name, FILE *results)
+bool look_at(const std::string &folder, const std::string &name, FILE *results)
 {
     const std::string path = folder + "/" + name;
     AVFrame *nv12 = read_picture(path);
     if (!nv12)
         return false;
-    int count = 0;
-    const bool done = detect(network, config, path, nv12, &count);
+    std::string why;
+    const int count = detector_look(nv12->data[0], nv12->linesize[0], nv12->data[1], nv12->linesize[1],
+                                    nv12->width, nv12->height, &why);
     av_frame_free(&nv12);
-    const BBox *boxes = Get_Boxes(network);
+    const BBox *boxes = detector_boxes();
     for (int i = 0; i < count; ++i)
         fprintf(results, "%s %.6f %d %d %d %d\n", name.c_str(), static_cast<double>(boxes[i].score),
                 boxes[i].x1, boxes[i].y1, boxes[i].x2, boxes[i].y2);
-    return done;
+    return count >= 0 || complain(path, why);
 }
 
 // The number in `text`, between the bounds. Ends the program where there is none.
@@ -268,9 +230,7 @@ int main(int argc, char **argv)
     }
     av_log_set_level(AV_LOG_ERROR);
 
-    NetworkHandle *network = nullptr;
-    if (MI_IVE_Create(IVE_HANDLE) != 0 || Init_Network(&network, &config) != 0 ||
-        Set_Area_Constraint(network, MIN_AREA, MAX_AREA) != 0) {
+    if (detector_start(&config) != 0) {
         fputs("naro-detect: the detector cannot be started\n", stderr);
         return 1;
     }
@@ -281,12 +241,11 @@ int main(int argc, char **argv)
         while (length > 0 && strchr("\r\n", line[length - 1]))
             line[--length] = '\0';
         if (length > 0)
-            all_done = look_at(network, &config, folder, line, results) && all_done;
+            all_done = look_at(folder, line, results) && all_done;
     }
     free(line);
     fclose(list);
-    Release_Network(&network);
-    MI_IVE_Destroy(IVE_HANDLE);
+    detector_stop();
     if (ferror(results) || fclose(results) != 0)
         all_done = complain("standard output", strerror(errno));
     return all_done ? 0 : 1;

@@ -115,7 +115,7 @@ void print_status(json_object *status)
     json_object *source = member(status, "source"), *frames = member(status, "frames");
     json_object *commands = member(status, "commands"), *picture = member(status, "picture");
     json_object *name = member(source, "name");
-    printf("source      %s, at %s%s\n", name ? json_object_get_string(name) : "generated picture",
+    printf("source      %s, at %s%s\n", name ? json_object_get_string(name) : "?",
            time_of(number(source, "time_ms")).c_str(),
            json_object_get_boolean(member(status, "fast")) ? ", hurried" : "");
     if (number(source, "reopened") > 0)

@@ -54,7 +54,8 @@ def summary_of(program):
 
 class CameraTest(SystemTest):
     def camera(self, *arguments, stand_in="", daemon=STAND_IN, **environment):
-        return self.start("naro_camera", "--daemon", daemon, *arguments, NARO_STAND_IN=stand_in, **environment)
+        source = () if "--source" in arguments else ("--source", "shapes")
+        return self.start("naro_camera", "--daemon", daemon, *source, *arguments, NARO_STAND_IN=stand_in, **environment)
 
     def run_camera(self, *arguments, status=0, **more):
         camera = self.camera(*arguments, **more)
@@ -356,7 +357,7 @@ class Supervision(CameraTest):
         self.assertEqual(len(camera.found("stand-in daemon")), 1)
 
     def test_without_a_daemon_one_by_hand_will_do(self):
-        camera = self.start("naro_camera", "--no-daemon", "--fast", "--seconds", "4")
+        camera = self.start("naro_camera", "--no-daemon", "--source", "shapes", "--fast", "--seconds", "4")
         self.start("stand_in_daemon", NARO_STAND_IN="")
         self.assertEqual(camera.wait(), 0, camera.text())
         self.assertEqual(summary_of(camera), [20, 19, 1, 0])
@@ -395,7 +396,7 @@ class Manners(CameraTest):
 
     def test_nobody_reading_ends_it(self):
         read_end, write_end = os.pipe()
-        camera = subprocess.Popen([f"{BIN}/naro_camera", "--daemon", STAND_IN, "--fast"], stdout=write_end,
+        camera = subprocess.Popen([f"{BIN}/naro_camera", "--daemon", STAND_IN, "--source", "shapes", "--fast"], stdout=write_end,
                                   stderr=subprocess.DEVNULL, env={**os.environ, "NARO_ROOT": self.root})
         os.close(write_end)
         self.assertTrue(os.read(read_end, 1))
@@ -424,7 +425,7 @@ class Manners(CameraTest):
     def test_it_lives_in_the_users_runtime_folder_by_itself(self):
         environment = {name: value for name, value in os.environ.items() if name != "NARO_ROOT"}
         environment.update(XDG_RUNTIME_DIR=self.root, NARO_STAND_IN="")
-        camera = subprocess.Popen([f"{BIN}/naro_camera", "--daemon", STAND_IN], env=environment,
+        camera = subprocess.Popen([f"{BIN}/naro_camera", "--daemon", STAND_IN, "--source", "shapes"], env=environment,
                                   stdout=subprocess.DEVNULL)
         self.addCleanup(camera.wait)
         self.addCleanup(camera.terminate)
@@ -465,7 +466,7 @@ class Tools(CameraTest):
         until(lambda: (self.status() or {"events": {}})["events"], "an event")
         status = self.start("naro-status")
         self.assertEqual(status.wait(), 0)
-        for pattern in (r"^source      generated picture, at 00:0\d$",
+        for pattern in (r"^source      shapes, at 00:0\d$",
                         r"^frames      \d+ sent, \d+ analysed, 1 compared with only, 0 dropped$",
                         r"^            \d+ with motion, \d+ with people$",
                         r"^events      \d+ ObjectMotion$",

@@ -10,7 +10,7 @@ from camera_alone import CYCLE_MS, MOVING
 
 class Daemon(SystemTest):
     def run_camera(self, *arguments):
-        camera = self.start("naro_camera", "--fast", "--headless", "--json", *arguments)
+        camera = self.start("naro_camera", "--source", "shapes", "--fast", "--headless", "--json", *arguments)
         self.assertEqual(camera.wait(), 0, camera.text())
         lines = [json.loads(line) for line in camera.lines if line.stream == "out" and line.startswith("{")]
         return [line for line in lines if "event" in line], lines[-1]["summary"], camera

@@ -23,7 +23,7 @@ class Soak(SystemTest):
         return {what: len(os.listdir(f"/proc/{pid}/{what}")) for what in ("task", "fd")}
 
     def test_the_daemon_ends_as_it_began(self):
-        camera = self.start("naro_camera", "--fast", "--headless", "--json", "--seconds", str(SECONDS))
+        camera = self.start("naro_camera", "--source", "shapes", "--fast", "--headless", "--json", "--seconds", str(SECONDS))
         first = until(lambda: (s := self.status()) and s["frames"]["analysed"] > 100 and s, "a hundred frames")
         pid = first["daemon"]["pid"]
         early = self.held(pid)

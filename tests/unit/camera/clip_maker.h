@@ -11,14 +11,33 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/frame.h>
 }
 
-// A Matroska file with a picture at each of `times_ms`.
-inline void make_clip(const std::string &path, const std::vector<int64_t> &times_ms)
+// Says in the container that pictures are to be shown turned, as a camera held upright does.
+inline void turn_stream(AVStream *stream, double degrees)
+{
+    int32_t matrix[9];
+    av_display_rotation_set(matrix, degrees);
+#if LIBAVFORMAT_VERSION_INT < AV_VERSION_INT(60, 15, 100)
+    uint8_t *room = av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix);
+#else
+    AVPacketSideData *data =
+        av_packet_side_data_new(&stream->codecpar->coded_side_data, &stream->codecpar->nb_coded_side_data,
+                                AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix, 0);
+    uint8_t *room = data ? data->data : nullptr;
+#endif
+    ASSERT_NE(room, nullptr);
+    memcpy(room, matrix, sizeof matrix);
+}
+
+// A Matroska file with a picture at each of `times_ms`; or, turned by some degrees, a QuickTime file.
+inline void make_clip(const std::string &path, const std::vector<int64_t> &times_ms, double turned = 0)
 {
     AVFormatContext *format = nullptr;
-    ASSERT_GE(avformat_alloc_output_context2(&format, nullptr, "matroska", path.c_str()), 0);
+    ASSERT_GE(
+        avformat_alloc_output_context2(&format, nullptr, turned != 0 ? "mov" : "matroska", path.c_str()), 0);
     const AVCodec *encoder = avcodec_find_encoder(AV_CODEC_ID_FFV1);
     AVCodecContext *codec = avcodec_alloc_context3(encoder);
     codec->width = 64;
@@ -30,6 +49,8 @@ inline void make_clip(const std::string &path, const std::vector<int64_t> &times
     AVStream *stream = avformat_new_stream(format, nullptr);
     stream->time_base = {1, 1000};
     avcodec_parameters_from_context(stream->codecpar, codec);
+    if (turned != 0)
+        turn_stream(stream, turned);
     ASSERT_GE(avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE), 0);
     ASSERT_GE(avformat_write_header(format, nullptr), 0);
     AVPacket *packet = av_packet_alloc();

@@ -169,6 +169,8 @@ void on_result(const frame_result *result)
                        result->boxes, result->picture != nullptr});
 }
 
+std::vector<std::string> passed; // pictures as they were sent
+
 void on_end(bool failed)
 {
     ends.push_back(failed);
@@ -183,6 +185,10 @@ struct Frames : testing::Test {
         settings.listeners = listeners;
         settings.end_ms = end_ms;
         settings.keep_pictures = keep_pictures;
+        settings.held = held;
+        settings.on_send = [](const uint8_t *nv12) {
+            passed.emplace_back(reinterpret_cast<const char *>(nv12), 92160);
+        };
         settings.on_result = on_result;
         settings.on_end = on_end;
         ASSERT_EQ(frames_start(loop, &settings), 0);
@@ -235,6 +241,7 @@ struct Frames : testing::Test {
 
     FakeClock clock;
     struct ev_loop *loop = nullptr;
+    bool held = false;
 };
 
 TEST_F(Frames, HurriedNothingGoesOutBeforeEveryListenerIsThere)
@@ -254,6 +261,24 @@ TEST_F(Frames, HurriedNothingGoesOutBeforeEveryListenerIsThere)
     tick();
     EXPECT_EQ(fake.sent.size(), 2u);
     EXPECT_TRUE(counts().connected);
+}
+
+TEST_F(Frames, HeldOnesWaitForTheirReleaseWithEachDaemon)
+{
+    held = true;
+    start_connected(true);
+    tick();
+    EXPECT_EQ(fake.sent.size(), 0u);
+    EXPECT_FALSE(counts().connected);
+    frames_release();
+    tick();
+    EXPECT_EQ(fake.sent.size(), 2u);
+    frames_on_daemon_end();
+    tick();
+    EXPECT_EQ(fake.sent.size(), 2u) << "the next has no settings yet";
+    frames_release();
+    tick();
+    EXPECT_EQ(fake.sent.size(), 4u);
 }
 
 TEST_F(Frames, HurriedTwoGoOutAtTheStartThenOneForEachTrackingCommand)
@@ -295,6 +320,15 @@ TEST_F(Frames, AMessageIsTheDescriptorAndThePicture)
     EXPECT_EQ(header.timestamp, 200u);
     EXPECT_NE(fake.sent[0][64], fake.sent[1][64]) << "each its own picture";
     EXPECT_EQ(fake.sent[1][64], fake.sent[1].back());
+}
+
+TEST_F(Frames, PicturesThatAreSentCanBeSeen)
+{
+    passed.clear();
+    start_connected(true);
+    ASSERT_EQ(passed.size(), 2u);
+    EXPECT_EQ(passed[0], fake.sent[0].substr(64));
+    EXPECT_EQ(passed[1], fake.sent[1].substr(64));
 }
 
 TEST_F(Frames, TheStampIsThePicturesOwnTime)

@@ -31,8 +31,9 @@ int parse(std::vector<std::string> words)
 TEST(Options, NoneAreFine)
 {
     ASSERT_EQ(parse({}), 0);
-    EXPECT_EQ(options.source, nullptr);
-    EXPECT_FALSE(options.loop || options.fast || options.window || options.json || options.summary_only ||
+    EXPECT_STREQ(options.source, "scene:arrival");
+    EXPECT_TRUE(options.loop);
+    EXPECT_FALSE(options.gpu || options.fast || options.window || options.json || options.summary_only ||
                  options.verbose);
     EXPECT_EQ(options.end_ms, 0u);
     EXPECT_EQ(options.record, nullptr);
@@ -62,17 +63,53 @@ TEST(Options, AreAllUnderstood)
     EXPECT_EQ(options.listeners, 3);
 }
 
+TEST(Options, OfScenes)
+{
+    ASSERT_EQ(parse({"--source", "scene:cat", "--truth", "t.jsonl", "--gpu", "--frames", "f.y4m"}), 0);
+    EXPECT_STREQ(options.source, "scene:cat");
+    EXPECT_STREQ(options.frames, "f.y4m");
+    EXPECT_STREQ(options.truth, "t.jsonl");
+    EXPECT_TRUE(options.gpu);
+    EXPECT_FALSE(options.loop) << "only the default goes on for ever";
+    ASSERT_EQ(parse({"--truth", "t.jsonl"}), 0);
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(parse({"--source", "clip.mp4", "--truth", "t.jsonl"}), -1);
+    EXPECT_EQ(parse({"--source", "shapes", "--truth", "t.jsonl"}), -1);
+    EXPECT_THAT(errors.text(), HasSubstr("--truth is for scenes: of \"clip.mp4\" nobody knows it"));
+}
+
+TEST(Options, SettingsKeepTheirOrder)
+{
+    using testing::ElementsAre;
+    using testing::Pair;
+    ASSERT_EQ(parse({"--set", "people_sensitivity=3", "--set", "a==b", "--set", "c="}), 0);
+    EXPECT_THAT(options.settings,
+                ElementsAre(Pair("people_sensitivity", "3"), Pair("a", "=b"), Pair("c", "")));
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(parse({"--set", "wdr"}), -1);
+    EXPECT_EQ(parse({"--set", "=on"}), -1);
+    EXPECT_THAT(errors.text(), HasSubstr("--set wants KEY=VALUE, not \"=on\""));
+}
+
+TEST(Options, ScenesAreListedWithTheirStories)
+{
+    OutputCapture out(STDOUT_FILENO);
+    EXPECT_EQ(parse({"--scenes"}), 1);
+    EXPECT_THAT(out.text(), HasSubstr("arrival  "));
+    EXPECT_THAT(out.text(), HasSubstr("\nperson-crosses  "));
+}
+
 TEST(Options, EachStandsAlone)
 {
     parse({"--loop"});
     EXPECT_TRUE(options.loop && !options.fast && !options.json && !options.summary_only && !options.verbose);
-    parse({"--fast"});
+    parse({"--source", "a.mp4", "--fast"});
     EXPECT_TRUE(!options.loop && options.fast && !options.json && !options.summary_only && !options.verbose);
-    parse({"--json"});
+    parse({"--source", "a.mp4", "--json"});
     EXPECT_TRUE(!options.loop && !options.fast && options.json && !options.summary_only && !options.verbose);
-    parse({"--summary"});
+    parse({"--source", "a.mp4", "--summary"});
     EXPECT_TRUE(!options.loop && !options.fast && !options.json && options.summary_only && !options.verbose);
-    parse({"--verbose"});
+    parse({"--source", "a.mp4", "--verbose"});
     EXPECT_TRUE(!options.loop && !options.fast && !options.json && !options.summary_only && options.verbose);
 }
 
@@ -125,9 +162,10 @@ TEST(Options, HelpTellsThemAll)
 {
     OutputCapture out(STDOUT_FILENO);
     EXPECT_EQ(parse({"--help"}), 1);
-    for (const char *name : {"--source", "--loop", "--fast", "--seconds", "--record", "--window",
-                             "--headless", "--json", "--summary", "--verbose", "--help", "--daemon",
-                             "--no-daemon", "--scenario", "--listeners", "NARO_ROOT"})
+    for (const char *name :
+         {"--source",    "--loop",    "--fast",    "--seconds", "--record", "--window",    "--headless",
+          "--json",      "--summary", "--verbose", "--help",    "--daemon", "--no-daemon", "--scenario",
+          "--listeners", "--scenes",  "--truth",   "--gpu",     "--set",    "--frames",    "NARO_ROOT"})
         EXPECT_THAT(out.text(), HasSubstr(name));
 }
 

@@ -13,10 +13,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+extern "C" {
+#include <libavutil/frame.h>
+}
+
 #include "command_server.h"
 #include "isolate.h"
 #include "log_capture.h"
 #include "overlay.h"
+#include "rendered.h"
 #include "source.h"
 #include "status.h"
 #include "supervisor.h"
@@ -74,6 +79,7 @@ const std::string root = scratch_root();
 struct Output : testing::Test {
     Output()
     {
+        options.source = "shapes";
         options.daemon = "naro_algo";
         loop = ev_loop_new(EVFLAG_AUTO);
         isp_state_init(&fake.isp);
@@ -184,6 +190,96 @@ TEST_F(Output, TheSummaryAsJsonIsTheStatus)
     OutputCapture out(STDOUT_FILENO);
     output_summary();
     EXPECT_EQ(out.text(), "{\"summary\":" + status_json() + "}\n");
+}
+
+TEST_F(Output, FramesAreWrittenAsPlanes)
+{
+    const std::string path = root + "/frames.y4m";
+    options.frames = path.c_str();
+    start();
+    std::vector<uint8_t> nv12(320 * 192 * 3 / 2);
+    for (size_t i = 0; i < nv12.size(); i++)
+        nv12[i] = static_cast<uint8_t>(i < 320 * 192 ? i % 251 : i % 2 ? 200 + i % 7 : i % 11);
+    output_sent(nv12.data());
+    nv12[0] = 17;
+    output_sent(nv12.data());
+    output_stop();
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    const std::string head = "YUV4MPEG2 W320 H192 F5:1 Ip A1:1 C420jpeg XCOLORRANGE=LIMITED\n",
+                      frame = "FRAME\n";
+    ASSERT_EQ(text.str().size(), head.size() + 2 * (frame.size() + nv12.size()));
+    EXPECT_EQ(text.str().substr(0, head.size() + frame.size()), head + frame);
+    const std::string kept = text.str();
+    const uint8_t *second =
+        reinterpret_cast<const uint8_t *>(kept.data()) + head.size() + 2 * frame.size() + nv12.size();
+    EXPECT_EQ(second[0], 17);
+    EXPECT_EQ(second[320 * 192 - 1], nv12[320 * 192 - 1]);
+    const size_t u = 320 * 192, v = u + 160 * 96;
+    for (size_t i : {0, 1, 15359}) {
+        EXPECT_EQ(second[u + i], nv12[u + 2 * i]) << i;
+        EXPECT_EQ(second[v + i], nv12[u + 2 * i + 1]) << i;
+    }
+}
+
+TEST_F(Output, TruthIsWrittenForEachPictureOfAScene)
+{
+    const std::string path = root + "/truth.jsonl";
+    options.truth = path.c_str();
+    start();
+    show(0, {}); // no picture, no truth
+    AVFrame *other = av_frame_alloc();
+    frame_result result = {};
+    result.picture = other;
+    output_result(&result);
+    av_frame_free(&other);
+    const rendered_settings scene = {"person-crosses", false, false, false};
+    ASSERT_EQ(rendered_open(&scene), 0);
+    for (uint64_t number : {3, 7}) {
+        AVFrame *frame = rendered_picture(number);
+        ASSERT_NE(frame, nullptr);
+        result.picture = frame;
+        result.number = number + 100;
+        output_result(&result);
+        av_frame_free(&frame);
+    }
+    rendered_close();
+    output_stop();
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    ASSERT_EQ(lines.size(), 2u);
+    for (size_t i = 0; i < 2; i++) {
+        json_object *object = json_tokener_parse(lines[i].c_str());
+        ASSERT_NE(object, nullptr) << lines[i];
+        EXPECT_EQ(json_object_get_int(json_object_object_get(object, "number")), i == 0 ? 103 : 107);
+        EXPECT_NEAR(json_object_get_double(json_object_object_get(object, "time")), i == 0 ? 0.6 : 1.4, 1e-6);
+        json_object_put(object);
+    }
+}
+
+TEST_F(Output, FilesThatCannotBeOpenedAreSaid)
+{
+    OutputCapture errors(STDERR_FILENO);
+    const std::string path = root + "/none/file";
+    options.truth = path.c_str();
+    EXPECT_EQ(output_start(loop, &options), -1);
+    options.truth = nullptr;
+    options.frames = path.c_str();
+    EXPECT_EQ(output_start(loop, &options), -1);
+    EXPECT_THAT(errors.text(), HasSubstr(path + ": No such file or directory"));
+}
+
+TEST_F(Output, FilesThatCannotBeWrittenAreSaid)
+{
+    OutputCapture errors(STDERR_FILENO);
+    options.frames = "/dev/full";
+    start();
+    const std::vector<uint8_t> nv12(320 * 192 * 3 / 2);
+    output_sent(nv12.data());
+    output_stop();
+    EXPECT_THAT(errors.text(), HasSubstr("/dev/full: not all of it could be written"));
 }
 
 TEST_F(Output, ARecordingGetsEveryEvent)
@@ -314,7 +410,7 @@ TEST_F(Output, WithoutADaemonOrAFileTheyAreNull)
     start();
     fake.frames = {};
     const Parsed status(status_json());
-    EXPECT_EQ(status["source.name"], "null");
+    EXPECT_EQ(status["source.name"], "\"shapes\"");
     EXPECT_EQ(status["daemon"], "{\"connected\":false}");
 }
 

@@ -176,7 +176,7 @@ TEST_F(Overlay, BoxesLieAtTwiceTheirPlace)
 {
     View view = plain(0x808080);
     const frame_result one = result(1, {"PeopleMotion"});
-    overlay_draw(view.data(), &one);
+    overlay_draw(view.data(), &one, nullptr);
     for (const auto &[x, y] : {std::pair{200, 200}, {300, 200}, {250, 120}, {250, 320}})
         EXPECT_TRUE(alike(at(view, x, y), green)) << x << "," << y;
     EXPECT_EQ(at(view, 250, 220), 0x808080u) << "inside";
@@ -188,10 +188,39 @@ TEST_F(Overlay, WithoutBoxesNoneIsDrawn)
 {
     View view = plain(0x808080);
     const frame_result none = result(0, {});
-    overlay_draw(view.data(), &none);
+    overlay_draw(view.data(), &none, nullptr);
     for (const auto &[x, y] : {std::pair{200, 200}, {250, 120}, {250, 320}})
         EXPECT_EQ(at(view, x, y), 0x808080u);
     EXPECT_NE(at(view, 8, 8), 0x808080u) << "the time has a dark ground";
+}
+
+TEST_F(Overlay, TheTruthIsDashedAndNamed)
+{
+    truth_moment truth = {};
+    truth.actors.resize(2);
+    truth.actors[0].name = "anna";
+    truth.actors[0].moves = true;
+    const float box[] = {100, 60, 150, 160};
+    memcpy(truth.actors[0].box, box, sizeof box);
+    truth.actors[1].name = "unseen"; // nothing of it is visible
+    View view = plain(0x808080), without = view;
+    const frame_result none = result(0, {});
+    overlay_draw(view.data(), &none, &truth);
+    overlay_draw(without.data(), &none, nullptr);
+    int dash = 0, gap = 0, named = 0;
+    for (int y = 130; y < 310; y++)
+        (at(view, 200, y) == 0x808080u ? gap : dash)++;
+    EXPECT_GT(dash, 60);
+    EXPECT_GT(gap, 60);
+    EXPECT_EQ(at(view, 250, 220), 0x808080u) << "inside";
+    EXPECT_EQ(at(view, 198, 220), 0x808080u) << "outside";
+    for (int y = 321; y < 335; y++)
+        for (int x = 200; x < 260; x++)
+            named += at(view, x, y) != 0x808080u;
+    EXPECT_GT(named, 40);
+    for (int y = 0; y < 40; y++)
+        for (int x = 0; x < VIEW_WIDTH; x++)
+            EXPECT_EQ(at(view, x, y), at(without, x, y)) << x << "," << y;
 }
 
 // How many pixels of the upper edge have a colour.
@@ -209,15 +238,15 @@ TEST_F(Overlay, EventsAreNamedInTheirColours)
     const uint32_t amber = 0xffbf33, white = 0xffffff;
     View people = plain(0x808080), motion = people, other = people, lost = people, nothing = people;
     frame_result shown = result(0, {"PeopleMotion"});
-    overlay_draw(people.data(), &shown);
+    overlay_draw(people.data(), &shown, nullptr);
     shown = result(0, {"ObjectMotion"});
-    overlay_draw(motion.data(), &shown);
+    overlay_draw(motion.data(), &shown, nullptr);
     shown = result(0, {"Door"});
-    overlay_draw(other.data(), &shown);
+    overlay_draw(other.data(), &shown, nullptr);
     shown = result(0, {});
-    overlay_draw(nothing.data(), &shown);
+    overlay_draw(nothing.data(), &shown, nullptr);
     shown.lost = true;
-    overlay_draw(lost.data(), &shown);
+    overlay_draw(lost.data(), &shown, nullptr);
     EXPECT_GT(count(people, green), 50);
     EXPECT_EQ(count(people, amber), 0);
     EXPECT_GT(count(motion, amber), 50);

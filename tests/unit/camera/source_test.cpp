@@ -32,7 +32,11 @@ struct Source : testing::Test {
     void start(const std::string &path, bool loop = false)
     {
         url = path;
-        const source_settings settings = {url.empty() ? nullptr : url.c_str(), loop, wake, this};
+        source_settings settings = {};
+        settings.url = url.c_str();
+        settings.loop = loop;
+        settings.wake = wake;
+        settings.context = this;
         ASSERT_EQ(source_start(&settings), 0);
     }
     ~Source() override { source_stop(); }
@@ -229,9 +233,23 @@ TEST_F(Source, StopsWhateverItIsDoing)
     }
 }
 
+TEST_F(Source, WhichSideIsUpTravelsWithThePictures)
+{
+    make_clip(folder + "/clip.mov", {0, 40, 80}, -90);
+    start(folder + "/clip.mov");
+    ASSERT_EQ(take(40), 1);
+    source_picture picture;
+    ASSERT_EQ(source_take(40, &picture), SOURCE_PICTURE);
+    const AVFrameSideData *matrix = av_frame_get_side_data(picture.frame, AV_FRAME_DATA_DISPLAYMATRIX);
+    ASSERT_NE(matrix, nullptr);
+    // Set clockwise, told counter-clockwise.
+    EXPECT_NEAR(av_display_rotation_get(reinterpret_cast<const int32_t *>(matrix->data)), 90, 0.1);
+    av_frame_free(&picture.frame);
+}
+
 TEST_F(Source, WithoutAFileItIsTheGeneratedScene)
 {
-    start("");
+    start(SOURCE_SHAPES);
     uint64_t time;
     const int room = take(0, &time);
     EXPECT_GT(room, 0);

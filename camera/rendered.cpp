@@ -1,0 +1,210 @@
+// World, renderer and sensor, one picture after the other.
+#include "rendered.h"
+
+#include <algorithm>
+#include <errno.h>
+#include <math.h>
+#include <string.h>
+#include <string>
+
+extern "C" {
+#include <libavutil/buffer.h>
+#include <libavutil/frame.h>
+#include <libavutil/pixfmt.h>
+}
+
+#include "desk.h"
+#include "event_channels.h"
+#include "render.h"
+#include "sensor.h"
+
+namespace
+{
+
+// A person who walks at 1.4 m/s past 3 m away crosses a pixel of the analysis picture in about 15 ms: exposures
+// longer than that are averaged from as many moments as keep each below it.
+const float BLUR_STEP_US = 15000;
+const int BLUR_MOMENTS_MAX = 3;
+
+struct {
+    rendered_settings settings;
+    world *scene;
+    scene_snapshot snapshot;
+    render_picture light, part; // of the analysis picture; room for one of several moments
+    render_picture view_light;
+    sensor_state sensor, view_sensor;
+    bool settled, view_settled;
+} state;
+
+void free_extra(void *, uint8_t *data)
+{
+    rendered_extra *extra = reinterpret_cast<rendered_extra *>(data);
+    av_frame_free(&extra->view);
+    delete extra;
+}
+
+AVFrame *new_frame(int width, int height)
+{
+    AVFrame *frame = av_frame_alloc();
+    if (!frame)
+        return nullptr;
+    frame->width = width;
+    frame->height = height;
+    frame->format = AV_PIX_FMT_NV12;
+    frame->colorspace = AVCOL_SPC_SMPTE170M;
+    frame->color_range = AVCOL_RANGE_MPEG;
+    // Rows without gaps: the sensor writes them so.
+    if (av_frame_get_buffer(frame, 1) != 0 || frame->linesize[0] != width || frame->linesize[1] != width)
+        av_frame_free(&frame);
+    return frame;
+}
+
+// A picture with room for what is known about it; null when there is no memory.
+AVFrame *new_picture(rendered_extra **extra)
+{
+    AVFrame *frame = new_frame(ANALYSIS_WIDTH, ANALYSIS_HEIGHT);
+    if (!frame)
+        return nullptr;
+    *extra = new rendered_extra();
+    frame->opaque_ref = av_buffer_create(reinterpret_cast<uint8_t *>(*extra), sizeof **extra, free_extra,
+                                         &state, AV_BUFFER_FLAG_READONLY);
+    if (!frame->opaque_ref) {
+        delete *extra;
+        av_frame_free(&frame);
+    }
+    return frame;
+}
+
+// Scene time of a picture.
+double time_of(uint64_t number)
+{
+    const double time = static_cast<double>(number) * RENDERED_STEP_MS / 1000,
+                 length = world_seconds(state.scene);
+    return state.settings.loop && length > 0 ? fmod(time, length) : time;
+}
+
+// Light of the exposure that ends at `time`, averaged over as many moments as its length asks for. The snapshot is
+// left at `time`.
+int expose(double time, const sensor_state *sensor, int width, int height, render_picture *light)
+{
+    const int moments =
+        std::clamp(static_cast<int>(ceilf(sensor->exposure_us / BLUR_STEP_US)), 1, BLUR_MOMENTS_MAX);
+    for (int i = 0; i < moments; i++) {
+        const double before = (moments - 1 - i) * static_cast<double>(sensor->exposure_us) / 1e6 / moments;
+        world_snapshot(state.scene, std::max(0., time - before), nullptr, &state.snapshot);
+        if (render_draw(&state.snapshot, width, height, i == 0 ? light : &state.part) != 0)
+            return -1;
+        if (i > 0)
+            for (size_t n = 0; n < light->light.size(); n++)
+                light->light[n] += state.part.light[n];
+    }
+    if (moments > 1)
+        for (float &value : light->light)
+            value *= 1.f / static_cast<float>(moments);
+    return 0;
+}
+
+// One picture of the sensor, at the size of `frame`.
+int take(double time, sensor_state *sensor, bool *settled, render_picture *light, AVFrame *frame)
+{
+    if (expose(time, sensor, frame->width, frame->height, light) != 0)
+        return -1;
+    if (!*settled)
+        sensor_settle(sensor, &state.snapshot.optics, light);
+    *settled = true;
+    std::vector<uint8_t> bytes(static_cast<size_t>(frame->width) * frame->height * 3 / 2);
+    sensor_expose(sensor, &state.snapshot.optics, light, bytes.data());
+    const size_t luma = static_cast<size_t>(frame->width) * frame->height;
+    memcpy(frame->data[0], bytes.data(), luma);
+    memcpy(frame->data[1], bytes.data() + luma, luma / 2);
+    return 0;
+}
+
+} // namespace
+
+bool rendered_is_scene(const char *source, const char **scene)
+{
+    static const char prefix[] = "scene:";
+    static const char random[] = "scenes/random?";
+    const size_t length = strlen(source), ending = strlen(".json");
+    if (strncmp(source, prefix, strlen(prefix)) == 0)
+        *scene = source + strlen(prefix);
+    else if (strncmp(source, random, strlen(random)) == 0)
+        *scene = source + strlen("scenes/");
+    else if (length > ending && strcmp(source + length - ending, ".json") == 0)
+        *scene = source;
+    else
+        return false;
+    return true;
+}
+
+int rendered_scene_settings(const char *scene, std::vector<std::pair<std::string, std::string>> *settings)
+{
+    world *opened = world_open(scene);
+    if (!opened)
+        return -1;
+    for (const auto &[key, value] : world_settings(opened))
+        settings->emplace_back(key, value);
+    world_close(opened);
+    return 0;
+}
+
+int rendered_open(const rendered_settings *settings)
+{
+    state.settings = *settings;
+    state.scene = world_open(settings->scene);
+    if (!state.scene)
+        return -1;
+    if (render_start(settings->gpu) != 0) {
+        world_close(state.scene);
+        state.scene = nullptr;
+        return -1;
+    }
+    state.sensor = state.view_sensor = sensor_state();
+    state.sensor.seed = state.view_sensor.seed = world_seed(state.scene);
+    state.settled = state.view_settled = false;
+    return 0;
+}
+
+uint64_t rendered_end_ms(void)
+{
+    return state.settings.loop ? 0 : static_cast<uint64_t>(ceil(world_seconds(state.scene) * 1000));
+}
+
+AVFrame *rendered_picture(uint64_t number)
+{
+    rendered_extra *extra = nullptr;
+    AVFrame *frame = new_picture(&extra);
+    if (frame && state.settings.view)
+        extra->view = new_frame(RENDERED_VIEW_SCALE * ANALYSIS_WIDTH, RENDERED_VIEW_SCALE * ANALYSIS_HEIGHT);
+    if (!frame || (state.settings.view && !extra->view)) {
+        desk_say("the scene's picture: %s", strerror(ENOMEM));
+        av_frame_free(&frame);
+        return nullptr;
+    }
+    const double time = time_of(number);
+    if (take(time, &state.sensor, &state.settled, &state.light, frame) != 0 ||
+        (extra->view &&
+         take(time, &state.view_sensor, &state.view_settled, &state.view_light, extra->view) != 0)) {
+        av_frame_free(&frame);
+        return nullptr;
+    }
+    world_truth(state.scene, &state.snapshot, number, &extra->truth);
+    return frame;
+}
+
+void rendered_close(void)
+{
+    render_stop();
+    world_close(state.scene);
+    state.scene = nullptr;
+    state.snapshot = scene_snapshot();
+    state.light = state.part = state.view_light = render_picture();
+}
+
+const rendered_extra *rendered_extra_of(const AVFrame *frame)
+{
+    if (!frame->opaque_ref || av_buffer_get_opaque(frame->opaque_ref) != &state)
+        return nullptr;
+    return reinterpret_cast<const rendered_extra *>(frame->opaque_ref->data);
+}
