@@ -185,15 +185,10 @@ bool has_beside(const vardex_database *database, const char *suffix)
     return stat((std::string(database->path) + suffix).c_str(), &status) == 0 && status.st_size > 0;
 }
 
-// Makes a file ours that is new, and refuses another's.
+// Makes a file ours that is new, and refuses other versions.
 bool settle(vardex_database *database, vardex_trouble *trouble)
 {
     std::string version;
-    // A journal is there when the power went while the file was being made: it puts the beginning right.
-    const char *foreign =
-        is_empty(database) || has_beside(database, "-journal") ? nullptr : find_foreign(database);
-    if (foreign)
-        return fail(database, trouble, foreign);
     if (!ask(database, "PRAGMA user_version", &version, trouble))
         return false;
     if (version == std::to_string(LAYOUT))
@@ -265,6 +260,11 @@ bool enter(vardex_database *database, bool durable, bool wipe, int (*busy)(void 
            void *context, vardex_trouble *trouble)
 {
     std::string answer;
+    // First of all. A journal is there when the power went while the file was being made: it puts the beginning right.
+    const char *foreign =
+        is_empty(database) || has_beside(database, "-journal") ? nullptr : find_foreign(database);
+    if (foreign)
+        return fail(database, trouble, foreign);
     if (!set_up(database, durable, busy, context, trouble))
         return false;
     database->read_only = sqlite3_db_readonly(database->db, "main") == 1;

@@ -426,6 +426,7 @@ TEST_F(StoreTest, what_a_listener_hears_of_killed_writers_is_in_order_and_whole)
             heard = atoi(told.second.c_str());
         };
         client.pump_until([&] { return !client.told.empty() && is_readable(line.fd) && heard >= *last; });
+        line.hear();
         line.say(all_there ? "all" : "not all");
     });
     ASSERT_EQ(listener.line.hear(), "ready");
@@ -443,6 +444,7 @@ TEST_F(StoreTest, what_a_listener_hears_of_killed_writers_is_in_order_and_whole)
     words->acknowledged = from - 1;
     listener.line.say("that was all");
     EXPECT_EQ(listener.line.hear(), "all");
+    EXPECT_EQ(listener.end(0), 0);
     munmap(words, sizeof *words);
 }
 
