@@ -415,6 +415,24 @@ def shares(weights):
     return w / w[-1]
 
 
+def crowd(pictures, rng):
+    """Several pictures side by side as one: many people, all of them small, as on a far wall or in a hall."""
+    columns, rows = rng.choice([(2, 1), (2, 2), (2, 2), (3, 2)])
+    canvas = np.full((rows * H, columns * W, 3), rng.randrange(256), np.uint8)
+    found = []
+    for i in range(columns * rows):
+        im, boxes, _ = pictures[i]
+        h, w = im.shape[:2]
+        s = min(W / w, H / h)
+        nw, nh = max(8, min(W, round(w * s))), max(8, min(H, round(h * s)))
+        x = i % columns * W + rng.randint(0, W - nw)
+        y = i // columns * H + rng.randint(0, H - nh)
+        canvas[y:y + nh, x:x + nw] = cv2.resize(im, (nw, nh), interpolation=cv2.INTER_AREA if s < 1 else cv2.INTER_LINEAR)
+        found.append(boxes * np.float32(s) + np.array([x, y, x, y], np.float32))
+    incomplete = [p[2] for p in pictures[:columns * rows] if p[2] in INCOMPLETE]
+    return canvas, np.concatenate(found), (incomplete or ["crowd"])[0]
+
+
 class Stream:
     """Batches of one size each, for ever."""
 
@@ -435,8 +453,13 @@ class Stream:
             other = self.neg[self.rng.randrange(len(self.neg))][0]
             im, focus = nobody(pic, other, self.rng, self.nrng)
             return sample((im, pic[1], pic[2]), self.rng, self.nrng, focus=focus)
-        pic = self.people[int(np.searchsorted(self.cum, self.rng.random()))]
+        pic = self.person()
+        if self.rng.random() < 0.35:
+            pic = crowd([pic] + [self.person() for _ in range(5)], self.rng)
         return sample(pic, self.rng, self.nrng)
+
+    def person(self):
+        return self.people[int(np.searchsorted(self.cum, self.rng.random()))]
 
     def next(self):
         while True:
