@@ -20,7 +20,7 @@ struct animal {
     bool ears_hang;
 };
 const animal cat = {0.20f, 0.21f,  0.27f,  0.055f, 0.07f, 0.055f, 0.065f, 0.06f, 0.07f,  0.022f, 0.018f,
-                    0.07f, 0.045f, 0.042f, 0.05f,  0.03f, 0.024f, 0.05f,  0.27f, 0.015f, 0.34f,  false};
+                    0.07f, 0.045f, 0.042f, 0.05f,  0.03f, 0.024f, 0.038f, 0.27f, 0.015f, 0.34f,  false};
 const animal dog = {0.40f, 0.40f,  0.42f,  0.095f, 0.135f, 0.075f, 0.09f, 0.085f, 0.105f, 0.035f, 0.028f,
                     0.15f, 0.065f, 0.065f, 0.085f, 0.1f,   0.042f, 0.1f,  0.32f,  0.022f, 0.62f,  true};
 
@@ -79,7 +79,9 @@ scene_vec knee(scene_vec joint, scene_vec end, float upper, float lower, float b
 void leg(shape_maker *m, scene_vec joint, scene_vec end, float reach, float radius, float paw, float bend,
          bool hind)
 {
-    const float upper = reach * (hind ? 0.56f : 0.52f), lower = reach * 0.56f;
+    // Drawn up when it rests, but never shorter than the way to the ground.
+    reach = std::max(reach, scene_length(end - joint) * 0.95f);
+    const float upper = reach * (hind ? 0.56f : 0.51f), lower = reach * (hind ? 0.54f : 0.52f);
     const scene_vec middle = knee(joint, end, upper, lower, bend);
     scene_vec ankle = end + scene_vec{0, hind ? -0.02f : 0, paw * 1.6f};
     const shape_section parts[6] = {{joint + scene_vec{0, 0, radius}, radius * 1.5f, radius * 2.2f},
@@ -187,11 +189,12 @@ void pet_shape(const thing *pet, const thing_moment *moment, shape_maker *m)
                                                  hind ? 0.f : a->length * 0.04f, -a->chest_high * 0.15f};
         scene_vec end = {joint.x * 1.05f, joint.y + ahead, a->paw * 0.1f + lift};
         if (!hind)
-            end.y += rest.lie * a->shoulder * 0.55f;
+            end.y += rest.lie * a->shoulder * 0.45f;
         else
             end.y += rest.sit * a->hip * 0.4f;
         end.x += side * rest.sit * (hind ? a->rump_wide * 0.35f : 0);
-        leg(m, joint, end, hind ? a->hip : a->shoulder, a->leg, a->paw, hind ? 1.f : -1.f, hind);
+        const float drawn = 1 - (hind ? 0.3f * rest.sit + 0.15f * rest.lie : 0.5f * rest.lie);
+        leg(m, joint, end, (hind ? a->hip : a->shoulder) * drawn, a->leg, a->paw, hind ? 1.f : -1.f, hind);
     }
 
     // Neck and head: looks about when it rests, nods when it walks.
@@ -239,7 +242,7 @@ void pet_shape(const thing *pet, const thing_moment *moment, shape_maker *m)
         const scene_vec tip = a->ears_hang ? root + scene_vec{x * a->ear * 0.55f, 0, -a->ear * 0.75f}
                                            : root + scene_vec{x * a->ear * 0.2f, 0, a->ear};
         const shape_section ear[3] = {
-            {root + scene_vec{0, 0, -0.01f}, a->ear * 0.42f, a->ear * 0.16f},
+            {root + scene_vec{0, 0, -0.01f}, a->ear * (a->ears_hang ? 0.42f : 0.6f), a->ear * 0.16f},
             {root + (tip - root) * 0.5f + scene_vec{a->ears_hang ? x * 0.02f : 0, 0, 0}, a->ear * 0.34f,
              a->ear * 0.12f},
             {tip, a->ear * 0.08f, a->ear * 0.05f}};
@@ -250,7 +253,7 @@ void pet_shape(const thing *pet, const thing_moment *moment, shape_maker *m)
     // The tail: from carried high to hanging, swaying; round the body when it sits.
     m->material = FUR;
     shape_section tail[8];
-    const scene_vec base = hip + scene_vec{0, -a->rump_high * 0.85f, a->rump_high * 0.35f};
+    const scene_vec base = hip + scene_vec{0, -a->rump_high * 0.5f, a->rump_high * 0.4f};
     const float wag = pet->kind == THING_DOG ? 0.35f * sinf(t * 9) * (1 - rest.lie) : 0.18f * sinf(t * 1.7f);
     const float carried = (0.6f + 0.35f * pet->tail) * (1 - rest.sit);
     scene_vec at = base;

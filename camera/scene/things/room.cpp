@@ -79,9 +79,9 @@ static void furnish(room *room, shape_maker *solid, shape_maker *leaves)
         const bool screen = part.lit.light == LIT_TV || part.lit.light == LIT_MONITOR;
         scene_material off = room->materials[screen ? STUFF_GLASS_DARK : STUFF_SHADE];
         scene_material on = room->materials[screen ? STUFF_SCREEN_ON : STUFF_SHADE];
-        // Screens of 200 cd/m2 and 120; a cloth shade around a bulb glows with some 2000, the more in
+        // Screens of 110 cd/m2 and 90; a cloth shade around a bulb glows with some 1500, the more in
         // infrared.
-        const float luminance[4] = {2000, 200, 120, 0};
+        const float luminance[4] = {1500, 110, 90, 0};
         const float incandescent[BANDS] = {1.99f, .79f, .19f, 5.4f}, white[BANDS] = {.92f, 1.0f, 1.25f, .01f};
         for (int band = 0; band < BANDS; band++)
             on.emission[band] = luminance[part.lit.light] * (screen ? white : incandescent)[band];

@@ -247,7 +247,7 @@ void lamps(const room *room, const room_state *state, adding *sum)
                 break;
             float level[3];
             light_screen(state->time, part.on[0].seed, level);
-            const float candela = (part.lit.light == LIT_TV ? 200 : 120) * light.size[0] * light.size[1];
+            const float candela = (part.lit.light == LIT_TV ? 110 : 90) * light.size[0] * light.size[1];
             light.kind = LIGHT_AREA;
             light.shadow = 2;
             for (int band = 0; band < BAND_INFRARED; band++)
