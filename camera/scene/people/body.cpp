@@ -83,7 +83,7 @@ shape_hold on_skirt(const figure &f, int side, scene_vec p)
 shape_loft trunk(const body_maker &m, float low, float high, int rings, float more, uint32_t material)
 {
     shape_loft loft;
-    loft.segments = 18;
+    loft.segments = 16;
     loft.material = material;
     for (int i = 0; i < rings; i++)
         loft.rings.push_back(
@@ -96,7 +96,7 @@ void add_skirt(const body_maker &m, float waist, float hem, float flare, float m
 {
     const float top = trunk_height(m.f, waist), hip = m.f.rest[BONE_THIGH].z;
     shape_loft loft;
-    loft.segments = 18;
+    loft.segments = 16;
     loft.material = material;
     loft.folds = 0.006f + 0.012f * flare;
     loft.seed = m.seed + 9;
@@ -124,7 +124,7 @@ void add_skirt(const body_maker &m, float waist, float hem, float flare, float m
 void add_strip(const body_maker &m, float low, float high, float half_round, float more, float folds,
                uint32_t material)
 {
-    shape_loft loft = trunk(m, low, high, 9, more, material);
+    shape_loft loft = trunk(m, low, high, 8, more, material);
     loft.segments = 4;
     loft.folds = folds;
     loft.from = 0.5f - half_round;
@@ -139,7 +139,7 @@ void add_top(const body_maker &m, float low, float more, bool open_hem)
     const float folds = 0.004f + 0.005f * look.width;
     // Thick things close high; a light top leaves the neck's root bare, most so without sleeves.
     const float collar = thick ? .866f : look.sleeves < .6f ? .838f - .006f * look.curves : .850f;
-    shape_loft loft = trunk(m, low, collar, 18, more, BODY_TOP);
+    shape_loft loft = trunk(m, low, collar, 15, more, BODY_TOP);
     // Towards the neck the cloth lies on.
     for (shape_ring &r : loft.rings) {
         const float slack =
@@ -235,10 +235,10 @@ void body_make(const person_look &look, const figure &f, shape *s)
     const float cloth_end = look.clothes == CLOTHES_SHORTS ? .86f : 2.03f;
     for (int side = 0; side < FIGURE_SIDES; side++) {
         if (skirted) {
-            limbs_leg(m, side, .35f, 2.0f, 15, 0, 0, BODY_SKIN, 0);
+            limbs_leg(m, side, .35f, 2.0f, 14, 0, 0, BODY_SKIN, 0);
         } else {
             const bool shorts = look.clothes == CLOTHES_SHORTS;
-            limbs_leg(m, side, -.2f, cloth_end, shorts ? 10 : 17,
+            limbs_leg(m, side, coat ? .45f : -.2f, cloth_end, shorts ? 9 : 15,
                       under + 0.012f * look.width + (shorts ? 0.012f : 0),
                       shorts ? .085f : .058f + 0.026f * look.width, BODY_BOTTOM,
                       0.003f + 0.004f * look.width);
@@ -250,8 +250,8 @@ void body_make(const person_look &look, const figure &f, shape *s)
         add_skirt(m, .615f, .22f + 0.06f * look.width, .25f + .5f * look.width, 0.008f, BODY_BOTTOM);
     else if (look.clothes == CLOTHES_DRESS)
         add_skirt(m, .62f, .25f + 0.06f * look.width, .30f + .5f * look.width, more * 0.8f, BODY_TOP);
-    else {
-        shape_loft pelvis = trunk(m, .440f, .625f, 10, under, BODY_BOTTOM);
+    else if (!coat) {
+        shape_loft pelvis = trunk(m, .440f, .625f, 9, under, BODY_BOTTOM);
         pelvis.first = SHAPE_ROUND;
         shape_add(m.s, pelvis, m.f, FIGURE_RIGHT, body_on_trunk);
     }

@@ -92,6 +92,17 @@ posture moves_posture(const figure &f, const person_moment &at)
              {0, .55f, 1},
              3},
             t);
+    // Who sits along what they lie on turns to its edge first; who sits on the edge already only lifts the legs.
+    const bool along = fabsf(cosf(radians(at.heading - at.before_heading))) > .7f;
+    if (at.activity == PERSON_LIE && sits(at.before) && along)
+        return between(
+            {{before, on_the_edge(f, at, at.position, at.heading, at.position), after}, {0, .4f, 1}, 3}, t);
+    if (at.before == PERSON_LIE && sits(at.activity) && along)
+        return between(
+            {{before, on_the_edge(f, at, at.before_position, at.before_heading, at.before_position), after},
+             {0, .6f, 1},
+             3},
+            t);
     posture p = posture_mix(before, after, smooth(0, 1, t));
     if (sits(at.activity) != sits(at.before)) {
         // The trunk leans forward while the weight goes over the feet, most when the seat is near.

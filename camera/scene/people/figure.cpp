@@ -215,12 +215,12 @@ void figure_reach(const figure &f, posture *p, int side, scene_vec wrist, scene_
 
 float figure_lowest(const figure &f, const posture_leg &leg)
 {
-    const scene_vec down = {0, 0, -f.ankle};
+    // Toes turn about the root of their bone, not about the sole.
+    const scene_vec root = f.rest[BONE_TOES] - f.rest[BONE_FOOT], under = {0, 0, -f.rest[BONE_TOES].z};
     const turn toes = leg.foot * turn_x(leg.toes);
-    const scene_vec ball = {0, f.ball, 0};
-    const float heel = turn_apply(leg.foot, scene_vec{0, f.heel, 0} + down).z,
-                middle = turn_apply(leg.foot, ball + down).z,
-                tip =
-                    turn_apply(leg.foot, ball).z + turn_apply(toes, scene_vec{0, f.toe - f.ball, 0} + down).z;
-    return leg.ankle.z + std::min(heel, std::min(middle, tip));
+    const float heel = turn_apply(leg.foot, {0, f.heel, -f.ankle}).z,
+                ball = turn_apply(leg.foot, {0, f.ball, -f.ankle}).z,
+                tip = turn_apply(leg.foot, root).z +
+                      turn_apply(toes, scene_vec{0, f.toe - f.ball, 0} + under).z;
+    return leg.ankle.z + std::min(heel, std::min(ball, tip));
 }

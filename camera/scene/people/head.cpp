@@ -262,23 +262,23 @@ void head_make(const person_look &look, const figure &f, shape *s)
     const float k = f.head / ADULT_HEAD;
     const maker m = {look, f, s, k, {0, 0.024f * f.scale, f.height - f.head}, (look.build - 0.35f) * 0.014f};
     shape_loft skull;
-    skull.segments = 16;
+    skull.segments = 14;
     skull.material = BODY_SKIN;
     skull.first = skull.last = SHAPE_ROUND;
-    for (int i = 0; i <= 14; i++)
+    for (int i = 0; i <= 13; i++)
         skull.rings.push_back(
-            head_ring(m, 1.02f * (1 - powf(1 - static_cast<float>(i) / 14, 1.15f)) - .02f, 0));
+            head_ring(m, 1.02f * (1 - powf(1 - static_cast<float>(i) / 13, 1.15f)) - .02f, 0));
     shape_add(s, skull, f, FIGURE_RIGHT, body_on_head);
     add_face(m);
     const float length = look.hair_length;
     const bool hood = look.clothes == CLOTHES_HOOD && !look.cap;
     if (hood)
-        add_shell(m, hood_end, 0.024f, 0.012f, .07f, BODY_TOP, 20, 9, 0.003f);
+        add_shell(m, hood_end, 0.024f, 0.012f, .07f, BODY_TOP, 18, 8, 0.003f);
     else if (length > 0.04f)
         add_shell(m, hair_end, 0.008f + 0.010f * length, look.cap ? 0.f : 0.008f + 0.006f * length, .03f,
-                  BODY_HAIR, 20, 9, 0.003f + 0.003f * length);
+                  BODY_HAIR, 18, look.cap ? 6 : 8, 0.003f + 0.003f * length);
     if (look.cap) {
-        add_shell(m, cap_end, 0.016f + 0.008f * length, 0.010f, 0, BODY_ACCENT, 18, 6, 0);
+        add_shell(m, cap_end, 0.016f + 0.008f * length, 0.010f, 0, BODY_ACCENT, 16, 5, 0);
         add_brim(m);
     }
     if (look.beard)

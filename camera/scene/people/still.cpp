@@ -99,7 +99,7 @@ posture sitting(const figure &f, const person_moment &at, float floor, bool desk
 {
     posture p = moves_upright(f, at);
     const float k = f.scale, rock = moves_drift(at, 1, 17), lean = desk ? -7 + 3 * rock : 13 + 2 * rock;
-    p.pelvis = {0.008f * moves_drift(at, 2, 23), desk ? -.03f * k : -.07f * k, .105f * k};
+    p.pelvis = {0.008f * moves_drift(at, 2, 23), desk ? -.03f * k : -.07f * k, .132f * k};
     p.hips = turn_x(lean);
     p.waist = turn_x(desk ? -6.f : -5.f);
     p.chest = turn_z(2 * moves_drift(at, 3, 15)) * turn_x(desk ? -7.f : -6.f) * p.chest;
@@ -171,11 +171,11 @@ posture fallen(const figure &f, const person_moment &at)
     const float s = sign_of(low);
     // Up goes to +y, the low side down, the front to -x (or +x), rolled a little onto the front.
     const turn side = turn_of({{0, 0, -s}, {-s, 0, 0}, {0, 1, 0}, {0, 0, 0}});
-    p.pelvis = {0, .50f * k, .165f * k};
+    p.pelvis = {0, .50f * k, .190f * k};
     p.hips = turn_y(-s * 12) * side;
-    p.waist = turn_z(-s * 8) * turn_x(-10);
-    p.chest = turn_z(-s * 12) * turn_x(-8);
-    p.neck = turn_x(-12) * turn_y(s * 16);
+    p.waist = turn_y(-s * 9) * turn_z(-s * 8) * turn_x(-10);
+    p.chest = turn_z(-s * 10) * turn_x(-8);
+    p.neck = turn_x(-12) * turn_y(s * 20);
     p.head = turn_x(-6 + 2 * twitch) * turn_y(s * 8);
     posture_leg &under = p.leg[low], &over = p.leg[high];
     under.ankle = {-s * .20f * k, -.16f * k, .055f * k};
@@ -184,8 +184,9 @@ posture fallen(const figure &f, const person_moment &at)
     over.ankle = {-s * (.06f + .01f * twitch) * k, -.28f * k, .12f * k};
     over.knee = {-s, 0, .25f};
     over.foot = side * turn_x(-35);
-    figure_reach(f, &p, low, {-s * .42f * k, 1.02f * k, .045f * k}, {-s * .3f, .2f, -.3f});
-    figure_reach(f, &p, high, {-s * (.36f + .01f * twitch) * k, .72f * k, .05f * k}, {-s * .4f, -.6f, .9f});
+    // The lower arm lies stretched out before the body, the upper one over the hip.
+    figure_reach(f, &p, low, {-s * .50f * k, 1.00f * k, .075f * k}, {-s * .1f, -1, .25f});
+    figure_reach(f, &p, high, {-s * (.17f + .01f * twitch) * k, .52f * k, .335f * k}, {s * .1f, 0, 1});
     return p;
 }
 } // namespace
