@@ -25,7 +25,7 @@ const kind_row kinds[] = {
     {furniture_toys, true},        {furniture_bear, false},     {furniture_basket, true},
     {furniture_bin, true},         {furniture_boxes, true},     {furniture_board, false},
     {furniture_shoes, true},       {furniture_switch, false},   {furniture_bench, true},
-    {furniture_printer, false},    {furniture_door, false},
+    {furniture_printer, false},    {furniture_door, false},     {furniture_clothes, true},
 };
 static_assert(sizeof kinds / sizeof kinds[0] == FURNITURE_KINDS, "one row for each kind");
 } // namespace

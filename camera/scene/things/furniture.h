@@ -50,7 +50,8 @@ enum furniture_kind {
     FURNITURE_SWITCH, // light switch or socket
     FURNITURE_BENCH,
     FURNITURE_PRINTER,
-    FURNITURE_DOOR, // to elsewhere, closed
+    FURNITURE_DOOR,    // to elsewhere, closed
+    FURNITURE_CLOTHES, // thrown down
     FURNITURE_KINDS
 };
 
@@ -94,6 +95,6 @@ furniture_builder furniture_table, furniture_desk, furniture_drawers, furniture_
 furniture_builder furniture_monitor, furniture_tv, furniture_table_lamp, furniture_floor_lamp, furniture_rug,
     furniture_plant, furniture_radiator, furniture_picture, furniture_poster, furniture_mirror,
     furniture_clock, furniture_hooks, furniture_cups, furniture_books, furniture_toys, furniture_bear,
-    furniture_board, furniture_shoes, furniture_switch, furniture_printer, furniture_door;
+    furniture_board, furniture_shoes, furniture_switch, furniture_printer, furniture_door, furniture_clothes;
 
 #endif

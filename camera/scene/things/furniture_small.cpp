@@ -365,3 +365,25 @@ void furniture_door(furniture_work *work, const furniture_item *item)
     shape_rod(m, {w - 0.06f, 0.055f, 1.05f}, {w - 0.18f, 0.055f, 1.05f}, 0.01f, 5);
     m->place = kept;
 }
+
+// Trousers, a shirt and a jumper as they came off.
+void furniture_clothes(furniture_work *work, const furniture_item *item)
+{
+    shape_maker *m = &work->solid;
+    scene_random *r = &work->random;
+    const stuff cloth[3] = {STUFF_COAT, STUFF_SHEET, STUFF_CHAIR_CLOTH};
+    float z = 0;
+    for (int i = 0; i < 3; i++) {
+        const scene_place kept = m->place;
+        const float size = 1 - 0.2f * static_cast<float>(i), thick = scene_uniform(r, 0.03f, 0.05f);
+        const float x = scene_uniform(r, -0.1f, 0.1f) * item->w, y = scene_uniform(r, -0.1f, 0.1f) * item->d;
+        const scene_place own = scene_standing({x, y, z + thick}, scene_uniform(r, -60, 60));
+        m->place = {scene_turn(kept, own.x), scene_turn(kept, own.y), own.z, scene_put(kept, own.origin)};
+        m->material = cloth[i];
+        shape_cushion(m, {0, 0, 0}, {item->w * 0.42f * size, item->d * 0.36f * size, thick}, 0.7f, 10, 5);
+        shape_cushion(m, {item->w * 0.2f * size, item->d * 0.15f, -thick * 0.3f},
+                      {item->w * 0.24f * size, item->d * 0.2f * size, thick * 0.9f}, 0.9f, 8, 4);
+        m->place = kept;
+        z += thick * 1.1f;
+    }
+}

@@ -99,7 +99,8 @@ void shape_triangle(shape_maker *maker, scene_vec a, scene_vec b, scene_vec c)
     maker->mesh->indices.insert(maker->mesh->indices.end(), one, one + 3);
 }
 
-// Every corner has three vertices, one for each face it belongs to, moved back from the edge by the bevel.
+// Boards of wood meet where v is a whole number of the pattern's period: with half a metre on top, not in the
+// middle of a table. Every corner has three vertices, one for each face it belongs to, moved back from the edge by the bevel.
 // Faces, the strips between two faces and the triangle between three share them, so the strips' normals turn
 // smoothly.
 void shape_box(shape_maker *maker, scene_vec low, scene_vec high, float bevel)
@@ -118,7 +119,7 @@ void shape_box(shape_maker *maker, scene_vec low, scene_vec high, float bevel)
             n[axis] = corner & (1 << axis) ? 1.f : -1.f;
             const int b = (axis + 1) % 3, c = (axis + 2) % 3, longer = size[b] >= size[c] ? b : c,
                       other = longer == b ? c : b;
-            shape_vertex(maker, {p[0], p[1], p[2]}, {n[0], n[1], n[2]}, p[longer], p[other]);
+            shape_vertex(maker, {p[0], p[1], p[2]}, {n[0], n[1], n[2]}, p[longer], p[other] + 0.5f);
         }
     }
     const auto at = [first](int corner, int axis) {
