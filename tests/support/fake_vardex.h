@@ -48,6 +48,7 @@ struct FakeVardex {
     int fd = -1;                               // what libvardex_client_fd gives
     std::map<std::string, std::string> stored; // "nvram default wdr": "on"
     std::function<uint8_t()> on_response;      // inside libvardex_xhandle_response
+    std::function<void()> on_client_fd;        // inside libvardex_client_fd
     std::function<void()> on_timeout;          // inside libvardex_timeout_process
     std::function<void()> on_set;              // inside libvardex_set_value
 
@@ -192,6 +193,8 @@ uint8_t libvardex_unregister_notification(void *h, const char *layer, const char
 int libvardex_client_fd(void *h)
 {
     fake_vardex().note(h == fake_vardex().handle() ? "client_fd" : "client_fd of another");
+    if (fake_vardex().on_client_fd)
+        fake_vardex().on_client_fd();
     return fake_vardex().fd;
 }
 

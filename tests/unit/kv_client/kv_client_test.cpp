@@ -30,6 +30,9 @@ int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *)
 int __real_pthread_cancel(pthread_t);
 int __real_pthread_join(pthread_t, void **);
 int __real_pthread_cond_wait(pthread_cond_t *, pthread_mutex_t *);
+[[noreturn]] void __real__exit(int status);
+int __real_pthread_mutex_lock(pthread_mutex_t *);
+int __real_pthread_mutex_unlock(pthread_mutex_t *);
 }
 
 namespace
@@ -109,6 +112,8 @@ struct {
     bool create_refused;
     std::vector<std::string> thread_calls;
     bool null_attributes, null_argument;
+    bool may_end;     // the process
+    pthread_t thread; // the last that was made
     std::function<void()> on_cond_wait;
     std::vector<std::string> synced; // what the sync handlers were given
 } world;
@@ -331,6 +336,20 @@ TEST_F(KvClient, NoThread)
     EXPECT_EQ(fake.calls("register").size(), 16u) << "all again";
 }
 
+TEST_F(KvClient, SubscribingAlone)
+{
+    EXPECT_EQ(kv_sys_callback_init(fake.handle()), 0);
+    ASSERT_TRUE(script.wait_until_idle());
+    __real_pthread_cancel(world.thread);
+    __real_pthread_join(world.thread, nullptr);
+    world.create_refused = true;
+    EXPECT_EQ(kv_sys_callback_init(fake.handle()), -1);
+    world.create_refused = false;
+    fake.fail_register = "power";
+    EXPECT_EQ(kv_sys_callback_init(fake.handle()), -1);
+    EXPECT_THAT(fake.calls("close"), IsEmpty()) << "that is for who has opened";
+}
+
 // ---- The pump --------------------------------------------------------------------------------------------------------
 
 TEST_F(KvClient, ThreadHasItsNameAndDefaultAttributes)
@@ -355,6 +374,7 @@ TEST_F(KvClient, SilenceLetsTheLibraryLookAtItsTimeouts)
     script.answer(0);
     ASSERT_TRUE(script.wait_until_idle());
     EXPECT_THAT(fake.calls(), ElementsAre("timeout_process", "timeout_process"));
+    EXPECT_THAT(clock.sleeps(), IsEmpty()) << "it has waited already";
 }
 
 TEST_F(KvClient, SomethingToReadIsDispatched)
@@ -383,6 +403,10 @@ TEST_F(KvClient, ReadyWithoutAnythingToReadIsNoDispatchAndDoesNotSpin)
 TEST_F(KvClient, CancellationIsAcceptedInTheWaitAndNowhereElse)
 {
     std::atomic<int> accepted{0}, looked{0};
+    fake.on_client_fd = [&] {
+        looked++;
+        accepted += cancellable();
+    };
     fake.on_response = [&] {
         looked++;
         accepted += cancellable();
@@ -396,7 +420,7 @@ TEST_F(KvClient, CancellationIsAcceptedInTheWaitAndNowhereElse)
     script.answer(1, POLLIN);
     script.answer(0);
     ASSERT_TRUE(script.wait_until_idle());
-    EXPECT_EQ(looked, 2);
+    EXPECT_EQ(looked, 3);
     EXPECT_EQ(accepted, 0);
     EXPECT_TRUE(script.cancellable);
 }
@@ -418,6 +442,7 @@ ChildResult end_of_the_daemon(const std::function<void()> &go_on)
         PollScript script;
         FakeClock clock;
         world.poll = &script;
+        world.may_end = true;
         alarm(20);
         atexit([] { _exit(9); }); // nothing may be taken down beneath other threads
         setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -809,7 +834,9 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
         world.null_attributes = attributes == nullptr;
         world.null_argument = argument == nullptr;
     }
-    return __real_pthread_create(thread, attributes, entry, argument);
+    const int result = __real_pthread_create(thread, attributes, entry, argument);
+    world.thread = *thread;
+    return result;
 }
 
 static void note_thread_call(const std::string &call)
@@ -832,6 +859,28 @@ int __wrap_pthread_join(pthread_t thread, void **result)
     note_thread_call("join");
     const int joined = __real_pthread_join(thread, result);
     return world.join_result ? world.join_result : joined;
+}
+
+static thread_local int locks_held;
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)
+{
+    locks_held++;
+    return __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex)
+{
+    if (locks_held-- == 0)
+        abort(); // it was never locked
+    return __real_pthread_mutex_unlock(mutex);
+}
+
+void __wrap__exit(int status)
+{
+    if (!world.may_end)
+        abort();
+    __real__exit(status);
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex)

@@ -25,7 +25,19 @@ struct {
     std::vector<void *> handles; // of each call
 } param_init;
 
+bool may_end; // the process
+
 } // namespace
+
+extern "C" {
+[[noreturn]] void __real__exit(int status);
+void __wrap__exit(int status)
+{
+    if (!may_end)
+        abort();
+    __real__exit(status);
+}
+}
 
 int kv_sys_param_init(void *handle)
 {
@@ -582,6 +594,7 @@ TEST_F(KvSettingValues, FavAreasThatAreNone)
 TEST(KvSettingsPower, WhatCannotBeReadEndsTheDaemon)
 {
     const ChildResult child = in_child([] {
+        may_end = true;
         atexit([] { _exit(9); }); // nothing may be taken down beneath other threads
         naro_log_set_sink(
             [](void *, naro_log_level level, const char *text) {
