@@ -27,9 +27,10 @@ class Boxes(unittest.TestCase):
 
     def test_a_part_counts_unless_it_is_too_small(self):
         person = (0, 0, 40, 100)
-        self.assertTrue(rules.same((0, 0, 40, 20), person))
-        self.assertFalse(rules.same((0, 0, 40, 19), person))
-        self.assertFalse(rules.same((-100, -100, 200, 200), person))
+        self.assertTrue(rules.same((0, 0, 40, 10), person))
+        self.assertFalse(rules.same((0, 0, 40, 9), person))
+        self.assertTrue(rules.same((-100, -100, 100, 100), person))
+        self.assertFalse(rules.same((-100, -100, 101, 100), person))
 
     def test_an_empty_box_is_of_nothing(self):
         self.assertFalse(rules.same((0, 0, 0, 0), (0, 0, 0, 0)))

@@ -15,7 +15,7 @@ LEAD_S = 2.0           # a report so long before an episode, while they came int
 LIGHT_S = 2.0          # after a light has changed the exposure still follows
 VIEW_S = 0.4           # after the view has turned
 SHARED = 0.5           # of the smaller of two boxes that must lie in the other for them to be the same
-TIMES = 5              # and how many times larger the other may be
+TIMES = 10             # and how many times larger the other may be
 EVERYWHERE_PX = 16     # motion that comes so near to all four edges is motion everywhere
 
 PEOPLE_EVENT = "PeopleMotion"
