@@ -381,8 +381,8 @@ void furniture_clothes(furniture_work *work, const furniture_item *item)
         m->place = {scene_turn(kept, own.x), scene_turn(kept, own.y), own.z, scene_put(kept, own.origin)};
         m->material = cloth[i];
         shape_cushion(m, {0, 0, 0}, {item->w * 0.42f * size, item->d * 0.36f * size, thick}, 0.7f, 10, 5);
-        shape_cushion(m, {item->w * 0.2f * size, item->d * 0.15f, -thick * 0.3f},
-                      {item->w * 0.24f * size, item->d * 0.2f * size, thick * 0.9f}, 0.9f, 8, 4);
+        shape_cushion(m, {item->w * 0.2f * size, item->d * 0.15f, -thick * 0.1f},
+                      {item->w * 0.24f * size, item->d * 0.2f * size, thick * 0.85f}, 0.9f, 8, 4);
         m->place = kept;
         z += thick * 1.1f;
     }
