@@ -73,7 +73,7 @@ void add_light(Light lamp, int lobe, bool windowed, float lit)
 float beside(vec4 blob, vec3 inverse, float object)
 {
     vec3 d = (blob.xyz - at) * inverse;
-    float square = max(dot(d, d), 1.0), cover = max(dot(n, d), 0.0) / (square * square);
+    float square = max(dot(d, d), 1.0), cover = max(dot(n, d), 0.0) / square;
     return 1.0 - (blob.w == object ? 0.0 : 0.7 * min(cover, 1.0));
 }
 

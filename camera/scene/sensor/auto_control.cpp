@@ -28,6 +28,8 @@ struct meter {
     const render_picture *light;
     auto_channels channels;
     int step;
+    float factors[3]; // white balance
+    float glare;      // mean light of a point that the lens scatters, by the same measure as `light`
 };
 
 // Brightness that the picture's middle would have: what sensor_expose measures, but from a coarse grid, without
@@ -50,7 +52,9 @@ static float brightness_at(const meter *meter, float scale)
             const float parts[3] = {0.299f, 0.587f, 0.114f};
             for (int i = 0; i < 3; i++)
                 luma += parts[i] *
-                        tone_of(curve, (at[i] + meter->channels.infrared[i] * at[BAND_INFRARED]) * lens);
+                        tone_of(curve, meter->factors[i] *
+                                           ((at[i] + meter->channels.infrared[i] * at[BAND_INFRARED]) * lens +
+                                            fminf(meter->glare * scale, AUTO_GLARE_MAX) * AUTO_SCATTER));
             sum += weight * luma;
             weights += weight;
         }
@@ -59,7 +63,15 @@ static float brightness_at(const meter *meter, float scale)
 
 void auto_settle(sensor_state *state, const scene_optics *optics, const render_picture *light)
 {
-    const meter meter = {light, auto_channels_of(optics->filter), light->width >= 64 ? light->width / 64 : 1};
+    meter meter = {
+        light, auto_channels_of(optics->filter), light->width >= 64 ? light->width / 64 : 1, {1, 1, 1}, 0};
+    auto_factors(state->red, state->blue, meter.factors);
+    const size_t points = light->light.size() / BANDS, stride = points / 1000 + 1;
+    for (size_t i = 0; i < points; i += stride) {
+        const float *at = &light->light[i * BANDS];
+        meter.glare += at[BAND_GREEN] + meter.channels.infrared[1] * at[BAND_INFRARED];
+    }
+    meter.glare /= static_cast<float>((points + stride - 1) / stride);
     float low = SENSOR_EXPOSURE_MIN_US, high = static_cast<float>(SENSOR_EXPOSURE_MAX_US) * SENSOR_GAIN_MAX;
     for (int i = 0; i < 24; i++) { // halves the ratio of the bounds, so that the bright end is found as well
         const float middle = sqrtf(low * high);
@@ -93,7 +105,7 @@ void auto_white(const sensor_state *state, const scene_optics *optics, const ren
     if (sums[0] > 0 && sums[1] > 0 && sums[2] > 0) {
         // Not all the way, and no further than the light of a bulb on one side and of a blue sky on the other: a room
         // lit by a lamp stays a little warm, a red wall stays red.
-        *red = fminf(fmaxf(1 + 0.8f * (sums[1] / sums[0] - 1), 0.55f), 1.8f);
+        *red = fminf(fmaxf(1 + 0.8f * (sums[1] / sums[0] - 1), 0.5f), 1.8f);
         *blue = fminf(fmaxf(1 + 0.8f * (sums[1] / sums[2] - 1), 0.6f), 2.4f);
     }
 }

@@ -9,6 +9,10 @@
 // sensor of speed 400: middle grey, 0.18, at 0.125 candela seconds per square metre.
 static const float AUTO_SPEED = 0.18f / 0.125f * 1e-6f;
 
+// Share of the light that lens and cover glass scatter around its source, and the most (in full pixels) of a point's
+// that counts.
+static const float AUTO_SCATTER = 0.012f, AUTO_GLARE_MAX = 60;
+
 // The light of a point as the sensor's three channels take it: the filter in the way lets through one part in a
 // hundred of the infrared, without it the three see infrared almost alike.
 struct auto_channels {
@@ -28,6 +32,15 @@ void auto_settle(sensor_state *state, const scene_optics *optics, const render_p
 // White balance for this light, taken with state's exposure and gain: grey world with limits, into `red`, `blue`.
 void auto_white(const sensor_state *state, const scene_optics *optics, const render_picture *light,
                 float *red, float *blue);
+
+// The factors of red, green and blue for a white balance: none below 1, so that what fills a pixel stays white.
+inline void auto_factors(float red, float blue, float factors[3])
+{
+    const float least = red < blue ? (red < 1 ? red : 1) : (blue < 1 ? blue : 1);
+    factors[0] = red / least;
+    factors[1] = 1 / least;
+    factors[2] = blue / least;
+}
 
 // Weight of a point in the metering; x and y are -1 to 1.
 inline float auto_weight(float x, float y)

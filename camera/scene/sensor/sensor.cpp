@@ -15,8 +15,6 @@
 // such point, and the camera's scaler keeps the noise of about eight of them. Wider pictures have smaller points.
 static const float WELL_320 = 60000;
 static const float READ_320 = 7; // electrons of read noise, by the same count
-// Share of a lamp's light that lens and cover glass scatter around it.
-static const float SCATTER = 0.012f;
 
 struct planes {
     int width, height;
@@ -89,7 +87,7 @@ static void add_glare(const planes *p)
                 for (int x = column * 8; x < column * 8 + 8 && x < p->width; x += 2) {
                     const size_t at =
                         static_cast<size_t>(y) * static_cast<size_t>(p->width) + static_cast<size_t>(x);
-                    sum += fminf(p->green[at], 60);
+                    sum += fminf(p->green[at], AUTO_GLARE_MAX);
                     count++;
                 }
             map[static_cast<size_t>(row) * wide + static_cast<size_t>(column)] =
@@ -113,8 +111,8 @@ static void add_glare(const planes *p)
             const float x = fmaxf(static_cast<float>(column - 4) / 8, 0);
             const int x0 = static_cast<int>(x), x1 = x0 + 1 < p->glare_width ? x0 + 1 : x0;
             const float fx = x - static_cast<float>(x0);
-            const float glow = SCATTER * ((upper[x0] * (1 - fx) + upper[x1] * fx) * (1 - fy) +
-                                          (lower[x0] * (1 - fx) + lower[x1] * fx) * fy);
+            const float glow = AUTO_SCATTER * ((upper[x0] * (1 - fx) + upper[x1] * fx) * (1 - fy) +
+                                               (lower[x0] * (1 - fx) + lower[x1] * fx) * fy);
             p->red[i] += glow;
             p->green[i] += glow;
             p->blue[i] += glow;
@@ -153,10 +151,12 @@ static void develop(const sensor_state *state, const scene_optics *optics, const
 {
     const float *curve = tone_curve();
     const float spread = optics->grey ? 0 : 1.25f - 0.75f * (state->gain - 1) / (SENSOR_GAIN_MAX - 1);
+    float factors[3];
+    auto_factors(state->red, state->blue, factors);
     const float black = 0.0005f * state->gain; // what the black level's correction leaves
     for (size_t i = 0; i < p->points; i++) {
-        const float red = clip(p->red[i], 0, 1) * state->red, green = clip(p->green[i], 0, 1);
-        const float blue = clip(p->blue[i], 0, 1) * state->blue;
+        const float red = clip(p->red[i] * factors[0], 0, 1), green = clip(p->green[i] * factors[1], 0, 1);
+        const float blue = clip(p->blue[i] * factors[2], 0, 1);
         const float grey = 0.299f * red + 0.587f * green + 0.114f * blue + black;
         p->red[i] = tone_of(curve, grey + (red - grey) * spread);
         p->green[i] = tone_of(curve, grey + (green - grey) * spread);
@@ -249,11 +249,13 @@ static void take_next(sensor_state *state)
 
 void sensor_settle(sensor_state *state, const scene_optics *optics, const render_picture *light)
 {
-    auto_settle(state, optics, light);
-    obey(state, optics);
-    take_next(state);
-    auto_white(state, optics, light, &state->next_red, &state->next_blue);
-    take_next(state);
+    for (int i = 0; i < 3; i++) { // each needs the other
+        auto_settle(state, optics, light);
+        obey(state, optics);
+        take_next(state);
+        auto_white(state, optics, light, &state->next_red, &state->next_blue);
+        take_next(state);
+    }
 }
 
 void sensor_expose(sensor_state *state, const scene_optics *optics, const render_picture *light,
