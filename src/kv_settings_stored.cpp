@@ -43,7 +43,8 @@ void motion_region(const char *name, const char *value, motion_use use)
     if (count == KV_MOTION_CELLS) {
         log_info("[%s] motion_area_update\n", name);
         log_motion_list(name, list);
-    } else {
+    } else if (kv_value_sensitivity(kv_value_int(value)) < 0) {
+        // A number is what was set at run time, and acted then: stored, it says nothing, and is no mistake.
         log_err("[%s] motion_region is no list of %d digits from 0 to 3\n", name, +KV_MOTION_CELLS);
     }
 }

@@ -165,12 +165,20 @@ TEST_F(KvStored, MotionRegionThatBreaksOffCountsToThere)
 TEST_F(KvStored, MotionRegionOfAnotherLengthDoesNothing)
 {
     Lines values = strange;
-    values.push_back("3"); // what a change would have
+    values.push_back("50"); // what nobody understands as a change, either
     values.push_back(list_of(std::string(32, '3')).substr(0, 64));
     values.push_back(list_of(std::string(32, '3')) + " ");
     for (const std::string &value : values) {
         sync(sync_cb_motion_region, value.c_str(), {}, broken_list("sync_cb_motion_region", value));
         config(config_cb_motion_region, value.c_str(), {}, broken_list("config_cb_motion_region", value));
+    }
+}
+
+TEST_F(KvStored, MotionRegionThatWasSetAtRunTimeIsNoMistakeAndDoesNothing)
+{
+    for (const std::string value : {"1", "20", "3", "100"}) {
+        sync(sync_cb_motion_region, value.c_str(), {}, motion_lines("sync_cb_motion_region", value));
+        config(config_cb_motion_region, value.c_str(), {}, motion_lines("config_cb_motion_region", value));
     }
 }
 
