@@ -8,5 +8,6 @@ void bench_detector(void);
 void bench_queue(void);
 void bench_command(void);
 void bench_broadcast(void);
+void bench_settings(void);
 
 #endif

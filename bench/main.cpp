@@ -19,6 +19,7 @@ const struct {
     {"queue", bench_queue},
     {"command", bench_command},
     {"broadcast", bench_broadcast},
+    {"settings", bench_settings},
 };
 
 // What the modules tell about their work would stand between the figures.
