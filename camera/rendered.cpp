@@ -21,10 +21,10 @@ extern "C" {
 namespace
 {
 
-// A person who walks at 1.4 m/s past 3 m away crosses a pixel of the analysis picture in about 15 ms: exposures
-// longer than that are averaged from as many moments as keep each below it.
-const float BLUR_STEP_US = 15000;
-const int BLUR_MOMENTS_MAX = 3;
+// A person who walks at 1.4 m/s past 3 m away crosses a pixel of the analysis picture in about 15 ms: longer exposures are
+// averaged from two moments.
+const float BLUR_STEP_US = 20000;
+const int BLUR_MOMENTS_MAX = 2;
 
 struct {
     rendered_settings settings;
@@ -191,6 +191,11 @@ AVFrame *rendered_picture(uint64_t number)
     }
     world_truth(state.scene, &state.snapshot, number, &extra->truth);
     return frame;
+}
+
+void rendered_settle(void)
+{
+    state.settled = state.view_settled = false;
 }
 
 void rendered_close(void)

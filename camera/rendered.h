@@ -48,6 +48,8 @@ uint64_t rendered_end_ms(void);
 // with its extra attached. Numbers grow; exposure and noise follow the pictures drawn. The caller frees it
 // (av_frame_free). Null after saying why.
 AVFrame *rendered_picture(uint64_t number);
+// Lets exposure settle at once for the next picture, as for the first: before a jump in time.
+void rendered_settle(void);
 void rendered_close(void);
 
 // The extra of a picture made by rendered_picture or of a clone of it; null for any other. Lives as long as the

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -33,6 +34,7 @@ namespace
 const char help[] =
     "usage: naro-scene --sheet FILE.png [--columns N] [--truth] SCENE@SECONDS...\n"
     "       naro-scene --recognise [--every SECONDS] [--within METRES] [SCENE...]\n"
+    "       naro-scene --pictures DIR [--every SECONDS] [--seconds N] [SCENE...]\n"
     "\n"
     "With --sheet: draws moments of scenes (see naro_camera --scenes) into one picture, as the camera sees "
     "them.\n"
@@ -46,6 +48,13 @@ const char help[] =
     "  --within M      people up to M metres away (6)\n"
     "  --misses FILE   also writes a sheet of people that were not recognised\n"
     "\n"
+    "With --pictures: writes what the daemon is sent as pictures into DIR/rendered, and where people are "
+    "into\n"
+    "DIR/rendered.jsonl and, of pictures without anybody, DIR/rendered_empty.jsonl, as model/train.py reads "
+    "them.\n"
+    "Pictures with somebody who is half hidden are left out.\n"
+    "  --seconds N     of scenes that do not end (3600)\n"
+    "\n"
     "  --help          this text\n";
 
 // A person counts as wholly visible from this share on: single pixels at its edge may be anything's.
@@ -53,8 +62,10 @@ const float WHOLLY_VISIBLE = 0.95f;
 // A report is of a person when their boxes share at least this part (intersection over union): the detector's boxes
 // are looser than outlines.
 const double SAME = 0.4;
-// So that exposure has settled when a moment is looked at.
-const uint64_t LEAD_IN = 8;
+// Automatic exposure and what the sensor's noise reduction remembers have settled when a moment is looked at.
+const uint64_t LEAD_IN = 2;
+// Less of a person than this is nobody that anybody would label; from the other share on it is a person.
+const float TRACE = 0.04f, LABELLED = 0.5f;
 
 enum light { LIGHT_DAY, LIGHT_LAMPS, LIGHT_INFRARED, LIGHTS };
 const char *const light_names[LIGHTS] = {"day", "lamps", "infrared"};
@@ -67,7 +78,10 @@ struct {
     int columns = 3;
     bool truth;
     double every = 2, within = 6;
-    const char *sheet, *misses;
+    double seconds = 3600;
+    const char *sheet, *misses, *pictures;
+    unsigned written;
+    FILE *people, *empty;
     tally by_light[LIGHTS], by_distance[LIGHTS][8];
     std::vector<std::vector<uint32_t>> tiles;
     tally now; // of the scene at hand
@@ -109,6 +123,7 @@ void keep_tile(const AVFrame *frame, const frame_result *shown, bool with_truth)
 // The picture at a moment, exposure settled; null after the reason was said.
 AVFrame *picture_at(uint64_t number)
 {
+    rendered_settle();
     for (uint64_t before = number > LEAD_IN ? number - LEAD_IN : 0; before < number; before++) {
         AVFrame *frame = rendered_picture(before);
         if (!frame)
@@ -214,20 +229,56 @@ void look_at(const AVFrame *frame, uint64_t number)
     }
 }
 
-bool recognise_scene(const std::string &scene)
+// Writes one picture and its people.
+bool write_picture(const AVFrame *frame)
+{
+    std::string boxes;
+    for (const truth_actor &actor : rendered_extra_of(frame)->truth.actors) {
+        if (actor.kind != "person" || actor.visible < TRACE)
+            continue;
+        if (actor.visible < LABELLED)
+            return true;
+        char text[80];
+        snprintf(text, sizeof text, "%s[%.1f,%.1f,%.1f,%.1f]", boxes.empty() ? "" : ",",
+                 static_cast<double>(actor.box[0]), static_cast<double>(actor.box[1]),
+                 static_cast<double>(actor.box[2]), static_cast<double>(actor.box[3]));
+        boxes += text;
+    }
+    std::vector<uint32_t> pixels(ANALYSIS_WIDTH * ANALYSIS_HEIGHT + 16);
+    if (picture_to_view(frame, ANALYSIS_WIDTH, ANALYSIS_HEIGHT, pixels.data()) != 0)
+        return false;
+    char name[40];
+    snprintf(name, sizeof name, "rendered/%06u.png", run.written++);
+    cairo_surface_t *surface = cairo_image_surface_create_for_data(
+        reinterpret_cast<unsigned char *>(pixels.data()), CAIRO_FORMAT_RGB24, ANALYSIS_WIDTH, ANALYSIS_HEIGHT,
+        4 * ANALYSIS_WIDTH);
+    const std::string path = std::string(run.pictures) + "/" + name;
+    const cairo_status_t status = cairo_surface_write_to_png(surface, path.c_str());
+    cairo_surface_destroy(surface);
+    if (status != CAIRO_STATUS_SUCCESS)
+        desk_say("%s: %s", path.c_str(), cairo_status_to_string(status));
+    fprintf(boxes.empty() ? run.empty : run.people, "{\"file\":\"%s\",\"boxes\":[%s]}\n", name,
+            boxes.c_str());
+    return status == CAIRO_STATUS_SUCCESS;
+}
+
+bool look_through(const std::string &scene)
 {
     const rendered_settings settings = {scene.c_str(), false, run.misses != nullptr, false};
     if (rendered_open(&settings) != 0)
         return false;
     run.now = {};
-    const uint64_t end = rendered_end_ms() > 0 ? rendered_end_ms() / RENDERED_STEP_MS : 3000;
+    const uint64_t end = rendered_end_ms() > 0 ? rendered_end_ms() / RENDERED_STEP_MS
+                                               : static_cast<uint64_t>(run.seconds * 1000) / RENDERED_STEP_MS;
     const uint64_t step =
         std::max<uint64_t>(1, static_cast<uint64_t>(llround(run.every * 1000 / RENDERED_STEP_MS)));
     bool done = true;
     for (uint64_t number = step / 2; done && number < end; number += step) {
         AVFrame *frame = picture_at(number);
         done = frame != nullptr;
-        if (done)
+        if (done && run.pictures)
+            done = write_picture(frame);
+        else if (done)
             look_at(frame, number);
         av_frame_free(&frame);
     }
@@ -254,7 +305,7 @@ bool recognise(const std::vector<std::string> &scenes)
     }
     bool done = true;
     for (const std::string &scene : scenes)
-        done = recognise_scene(scene) && done;
+        done = look_through(scene) && done;
     for (int light = 0; light < LIGHTS; light++) {
         print_tally(light_names[light], run.by_light[light]);
         for (int metres = 0; metres < 8; metres++) {
@@ -265,6 +316,22 @@ bool recognise(const std::vector<std::string> &scenes)
     }
     detector_stop();
     return done && (!run.misses || run.tiles.empty() || write_sheet(run.misses));
+}
+
+bool write_pictures(const std::vector<std::string> &scenes)
+{
+    const std::string folder = run.pictures;
+    mkdir((folder + "/rendered").c_str(), 0777);
+    run.people = fopen((folder + "/rendered.jsonl").c_str(), "we");
+    run.empty = fopen((folder + "/rendered_empty.jsonl").c_str(), "we");
+    bool done = run.people && run.empty;
+    if (!done)
+        desk_say("%s: %s", run.pictures, strerror(errno));
+    for (const std::string &scene : scenes)
+        done = done && look_through(scene);
+    for (FILE *file : {run.people, run.empty})
+        done = file && fclose(file) == 0 && done;
+    return done;
 }
 
 // Ends the program where `text` is no number between the bounds.
@@ -292,6 +359,8 @@ int main(int argc, char **argv)
                                      {"every", required_argument, nullptr, 'e'},
                                      {"within", required_argument, nullptr, 'w'},
                                      {"misses", required_argument, nullptr, 'm'},
+                                     {"pictures", required_argument, nullptr, 'p'},
+                                     {"seconds", required_argument, nullptr, 'n'},
                                      {"help", no_argument, nullptr, 'h'},
                                      {}};
     bool recognising = false;
@@ -318,6 +387,12 @@ int main(int argc, char **argv)
         case 'm':
             run.misses = optarg;
             break;
+        case 'p':
+            run.pictures = optarg;
+            break;
+        case 'n':
+            run.seconds = number_of("--seconds", optarg, 1, 1e7);
+            break;
         case 'h':
             fputs(help, stdout);
             return 0;
@@ -327,13 +402,18 @@ int main(int argc, char **argv)
         }
     }
     std::vector<std::string> names(argv + optind, argv + argc);
-    if (recognising == (run.sheet != nullptr) || (run.sheet && names.empty())) {
+    if (recognising + (run.sheet != nullptr) + (run.pictures != nullptr) != 1 ||
+        (run.sheet && names.empty())) {
         fputs(help, stderr);
         return 2;
     }
     bool done = true;
+    if (!run.sheet && names.empty())
+        names = world_names();
     if (recognising) {
-        done = recognise(names.empty() ? world_names() : names);
+        done = recognise(names);
+    } else if (run.pictures) {
+        done = write_pictures(names);
     } else {
         for (const std::string &name : names)
             done = sheet_moment(name.c_str()) && done;
