@@ -35,6 +35,7 @@ class Threads : public testing::Test
     {
         stop();
         wait_for_end(ALARM);
+        world.join_detached();
     }
     // Starts in a mode: the start itself sleeps until its processor is in day mode.
     void start(int mode)

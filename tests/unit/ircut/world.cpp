@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <pthread.h>
-#include <regex>
 #include <string.h>
 
 #include "algo_shbf.h"
@@ -43,13 +42,23 @@ Journal World::journal()
     return result;
 }
 
+// "[name 12]" and "[name:12]" become "[name N]" and "[name:N]".
+static std::string without_source_line(const std::string &text)
+{
+    const size_t end = text.find(']');
+    const size_t begin = text.substr(0, end).find_last_not_of("0123456789") + 1;
+    if (text.empty() || text[0] != '[' || end == std::string::npos || begin == end ||
+        (text[begin - 1] != ' ' && text[begin - 1] != ':'))
+        return text;
+    return text.substr(0, begin) + "N" + text.substr(end);
+}
+
 Lines World::lines()
 {
-    static const std::regex source_line("(\\[\\w+[ :])\\d+\\]");
     Lines result = log.lines();
     log.clear();
     for (LogCapture::Line &line : result)
-        line.text = std::regex_replace(line.text, source_line, "$1N]");
+        line.text = without_source_line(line.text);
     return result;
 }
 
@@ -212,9 +221,26 @@ extern "C" int __wrap_pthread_join(pthread_t thread, void **result)
         world->note("join");
     return world && !world->real_threads ? 0 : __real_pthread_join(thread, result);
 }
+// Kept, so that a case can wait for the end of a thread that nobody else will join.
 extern "C" int __wrap_pthread_detach(pthread_t thread)
 {
-    if (world)
-        world->note("detach");
-    return world && !world->real_threads ? 0 : __real_pthread_detach(thread);
+    if (!world)
+        return __real_pthread_detach(thread);
+    world->note("detach");
+    if (world->real_threads) {
+        std::lock_guard<std::mutex> guard(world->mutex);
+        world->detached.push_back(thread);
+    }
+    return 0;
+}
+
+void World::join_detached()
+{
+    std::vector<pthread_t> threads;
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        threads.swap(detached);
+    }
+    for (pthread_t thread : threads)
+        __real_pthread_join(thread, nullptr);
 }

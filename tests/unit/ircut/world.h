@@ -72,6 +72,10 @@ class World
     int created = 0;
     void *thread_argument = nullptr; // of the last thread that was not really created
 
+    std::vector<pthread_t> detached; // threads that the module detached, which the world did not
+    // Joins them: they must be about to end.
+    void join_detached();
+
     naro_isp_ev_attr ev = {};
     naro_isp_wb_attr wb = {};
     std::mutex mutex; // protects everything but the atomics
