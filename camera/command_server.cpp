@@ -360,6 +360,12 @@ void command_server_stop(void)
     server.fd = -1;
 }
 
+void command_server_set_light(const naro_isp_ev_attr *exposure, const naro_isp_wb_attr *white_balance)
+{
+    server.isp.exposure = *exposure;
+    server.isp.white_balance = *white_balance;
+}
+
 const isp_state *command_server_isp(void)
 {
     return &server.isp;

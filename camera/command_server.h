@@ -32,6 +32,8 @@ struct command_server_counts {
 int command_server_start(struct ev_loop *loop, const command_server_settings *settings);
 void command_server_stop(void);
 const isp_state *command_server_isp(void);
+// What the ISP reports of the light from now on.
+void command_server_set_light(const naro_isp_ev_attr *exposure, const naro_isp_wb_attr *white_balance);
 const command_server_counts *command_server_get_counts(void);
 
 #endif

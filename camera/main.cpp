@@ -16,6 +16,7 @@ extern "C" {
 #include "command_server.h"
 #include "desk.h"
 #include "frames.h"
+#include "light.h"
 #include "naro_util.h"
 #include "options.h"
 #include "output.h"
@@ -119,6 +120,12 @@ int start(void)
         return -1;
     if (board_start(camera.loop, nullptr) != 0 || settings_start(camera.loop, &wanted) != 0)
         return -1;
+    light_settings light = {};
+    light.schedule = options.lux;
+    light.rendered = rendered_is_scene(options.source, &scene);
+    light.daemon = options.daemon_lights;
+    if (light_start(camera.loop, &light) != 0)
+        return -1;
     if (!options.daemon)
         return 0;
     const supervisor_settings daemon = {options.daemon, options.verbose, frames_on_daemon_end};
@@ -159,6 +166,7 @@ int main(int argc, char **argv)
     output_stop();
     source_stop();
     frames_stop();
+    light_stop();
     settings_stop();
     board_stop();
     command_server_stop();

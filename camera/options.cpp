@@ -44,6 +44,8 @@ const char help[] =
     "                   over)\n"
     "  --truth FILE     of a scene: write what is really to be seen in each frame, one JSON object a line\n"
     "  --set KEY=VALUE  a setting of the configuration service, set before the first frame; may be repeated\n"
+    "  --lights WHO     who drives filter and lamps of a scene: scene (its own file; the default) or daemon\n"
+    "  --lux FILE       a schedule of light that the ISP reports: lines of seconds and lux (camera/light.h)\n"
     "  --gpu            draw scenes with a graphics card where there is one; without it they come out the "
     "same in\n"
     "                   every run on a machine\n"
@@ -86,7 +88,9 @@ enum {
     LONG_TRUTH,
     LONG_GPU,
     LONG_SET,
-    LONG_FRAMES
+    LONG_FRAMES,
+    LONG_LIGHTS,
+    LONG_LUX
 };
 
 const option long_options[] = {
@@ -97,6 +101,8 @@ const option long_options[] = {
     {"gpu", no_argument, nullptr, LONG_GPU},
     {"set", required_argument, nullptr, LONG_SET},
     {"frames", required_argument, nullptr, LONG_FRAMES},
+    {"lights", required_argument, nullptr, LONG_LIGHTS},
+    {"lux", required_argument, nullptr, LONG_LUX},
     {"fast", no_argument, nullptr, LONG_FAST},
     {"seconds", required_argument, nullptr, LONG_SECONDS},
     {"record", required_argument, nullptr, LONG_RECORD},
@@ -208,6 +214,16 @@ int options_parse(int argc, char **argv, camera_options *options)
             break;
         case LONG_FRAMES:
             options->frames = optarg;
+            break;
+        case LONG_LIGHTS:
+            options->daemon_lights = strcmp(optarg, "daemon") == 0;
+            if (!options->daemon_lights && strcmp(optarg, "scene") != 0) {
+                desk_say("--lights wants scene or daemon, not \"%s\"", optarg);
+                return -1;
+            }
+            break;
+        case LONG_LUX:
+            options->lux = optarg;
             break;
         case LONG_FAST:
             options->fast = true;

@@ -10,8 +10,10 @@
 struct camera_options {
     const char *source;
     bool loop;
-    bool gpu;          // draw scenes with a graphics card
-    const char *truth; // file; null: none
+    bool gpu;           // draw scenes with a graphics card
+    const char *truth;  // file; null: none
+    const char *lux;    // file; null: none
+    bool daemon_lights; // of a scene: the daemon drives filter and lamps
     bool fast;
     uint64_t end_ms;    // 0: when the source ends
     const char *record; // folder; null: no recording

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <errno.h>
 #include <math.h>
+#include <pthread.h>
 #include <string.h>
 #include <string>
 
@@ -34,6 +35,12 @@ struct {
     render_picture view_light;
     sensor_state sensor, view_sensor;
     bool settled, view_settled;
+
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // protects the rest, which other threads set and read
+    bool controlled;
+    world_controls controls;
+    bool metered;
+    isp_light mean;
 } state;
 
 void free_extra(void *, uint8_t *data)
@@ -83,15 +90,42 @@ double time_of(uint64_t number)
     return state.settings.loop && length > 0 ? fmod(time, length) : time;
 }
 
+// What the camera's other parts have set; null: the scene's own holds.
+const world_controls *current_controls(world_controls *room)
+{
+    pthread_mutex_lock(&state.mutex);
+    *room = state.controls;
+    const bool controlled = state.controlled;
+    pthread_mutex_unlock(&state.mutex);
+    return controlled ? room : nullptr;
+}
+
+void meter(const render_picture *light)
+{
+    double sums[BANDS] = {};
+    for (size_t i = 0; i < light->light.size(); i++)
+        sums[i % BANDS] += static_cast<double>(light->light[i]);
+    const double pixels = static_cast<double>(light->light.size()) / BANDS;
+    pthread_mutex_lock(&state.mutex);
+    state.metered = true;
+    // Photometric weights of the three bands (ITU-R BT.709).
+    state.mean.visible =
+        (0.2126 * sums[BAND_RED] + 0.7152 * sums[BAND_GREEN] + 0.0722 * sums[BAND_BLUE]) / pixels;
+    state.mean.infrared = sums[BAND_INFRARED] / pixels;
+    pthread_mutex_unlock(&state.mutex);
+}
+
 // Light of the exposure that ends at `time`, averaged over as many moments as its length asks for. The snapshot is
 // left at `time`.
 int expose(double time, const sensor_state *sensor, int width, int height, render_picture *light)
 {
     const int moments =
         std::clamp(static_cast<int>(ceilf(sensor->exposure_us / BLUR_STEP_US)), 1, BLUR_MOMENTS_MAX);
+    world_controls room;
+    const world_controls *controls = current_controls(&room);
     for (int i = 0; i < moments; i++) {
         const double before = (moments - 1 - i) * static_cast<double>(sensor->exposure_us) / 1e6 / moments;
-        world_snapshot(state.scene, std::max(0., time - before), nullptr, &state.snapshot);
+        world_snapshot(state.scene, std::max(0., time - before), controls, &state.snapshot);
         if (render_draw(&state.snapshot, width, height, i == 0 ? light : &state.part) != 0)
             return -1;
         if (i > 0)
@@ -189,8 +223,26 @@ AVFrame *rendered_picture(uint64_t number)
         av_frame_free(&frame);
         return nullptr;
     }
+    meter(&state.light);
     world_truth(state.scene, &state.snapshot, number, &extra->truth);
     return frame;
+}
+
+void rendered_control(const world_controls *controls)
+{
+    pthread_mutex_lock(&state.mutex);
+    state.controls = *controls;
+    state.controlled = true;
+    pthread_mutex_unlock(&state.mutex);
+}
+
+bool rendered_light(isp_light *light)
+{
+    pthread_mutex_lock(&state.mutex);
+    *light = state.mean;
+    const bool metered = state.metered;
+    pthread_mutex_unlock(&state.mutex);
+    return metered;
 }
 
 void rendered_settle(void)
@@ -203,6 +255,9 @@ void rendered_close(void)
     render_stop();
     world_close(state.scene);
     state.scene = nullptr;
+    pthread_mutex_lock(&state.mutex);
+    state.controlled = state.metered = false;
+    pthread_mutex_unlock(&state.mutex);
     state.snapshot = scene_snapshot();
     state.light = state.part = state.view_light = render_picture();
 }

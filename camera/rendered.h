@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "isp_model.h"
 #include "world.h"
 
 struct AVFrame;
@@ -51,6 +52,11 @@ AVFrame *rendered_picture(uint64_t number);
 // Lets exposure settle at once for the next picture, as for the first: before a jump in time.
 void rendered_settle(void);
 void rendered_close(void);
+
+// Filter, lamps and view from the next picture on. Any thread, also before rendered_open; forgotten by rendered_close.
+void rendered_control(const world_controls *controls);
+// Mean luminance of the last analysis picture before the filter; false before the first. Any thread.
+bool rendered_light(isp_light *light);
 
 // The extra of a picture made by rendered_picture or of a clone of it; null for any other. Lives as long as the
 // picture. Any thread.

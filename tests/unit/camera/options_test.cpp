@@ -78,6 +78,20 @@ TEST(Options, OfScenes)
     EXPECT_THAT(errors.text(), HasSubstr("--truth is for scenes: of \"clip.mp4\" nobody knows it"));
 }
 
+TEST(Options, LightComesFromTheSceneTheDaemonOrASchedule)
+{
+    ASSERT_EQ(parse({"--lux", "dusk.txt"}), 0);
+    EXPECT_STREQ(options.lux, "dusk.txt");
+    EXPECT_FALSE(options.daemon_lights);
+    ASSERT_EQ(parse({"--lights", "daemon"}), 0);
+    EXPECT_TRUE(options.daemon_lights);
+    ASSERT_EQ(parse({"--lights", "daemon", "--lights", "scene"}), 0);
+    EXPECT_FALSE(options.daemon_lights);
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(parse({"--lights", "me"}), -1);
+    EXPECT_THAT(errors.text(), HasSubstr("--lights wants scene or daemon, not \"me\""));
+}
+
 TEST(Options, SettingsKeepTheirOrder)
 {
     using testing::ElementsAre;
