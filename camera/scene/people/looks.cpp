@@ -88,7 +88,9 @@ scene_material patterned(cloth first, cloth second, scene_pattern pattern, float
 {
     scene_material m = woven(first, seed);
     if (pattern != PATTERN_WEAVE && pattern != PATTERN_PLAIN) {
-        set(m.second, cloths[second]);
+        // Printed and woven patterns are softer than the bolts of cloth that the colours stand for.
+        for (int b = 0; b < BANDS; b++)
+            m.second[b] = m.first[b] + (cloths[second].band[b] - m.first[b]) * .5f;
         m.pattern = pattern;
         m.size = size;
     }
@@ -126,61 +128,63 @@ struct variant {
     float top_size;
     cloth bottom, shoes, accent;
 };
-const scene_pattern NO = PATTERN_WEAVE;
+const scene_pattern NONE = PATTERN_WEAVE, LINES = PATTERN_STRIPES_V, CHECK = PATTERN_CHECKS,
+                    PLAID = PATTERN_PLAID, DOTS = PATTERN_DOTS;
+const person_clothes TROUSERS = CLOTHES_TROUSERS, SHORTS = CLOTHES_SHORTS, SKIRT = CLOTHES_SKIRT,
+                     DRESS = CLOTHES_DRESS, COAT = CLOTHES_COAT, HOOD = CLOTHES_HOOD;
+const bool no = false, yes = true;
+// clang-format off
 const variant variants[] = {
-    {1.78f, .40f, .70f, .0f,   .22f,  CLOTHES_TROUSERS, 1, .8f, .35f, false, false, false, 1, DARK_BROWN, SKY,
-     WHITE, NO,   .1f,  DENIM, WHITE, BROWN_CLOTH},
-    {1.66f, .32f,  .30f, .75f,  .95f,  CLOTHES_TROUSERS,
-     .5f,   .5f,   .15f, false, false, false,
-     0,     BLOND, RED,  WHITE, NO,    .1f,
-     NAVY,  BEIGE, BLACK},
-    {1.84f,    .55f,  .90f, .0f, .12f,  CLOTHES_TROUSERS, .45f, .9f, .45f, false, false, true, 2, BLACK_HAIR,
-     CHARCOAL, WHITE, NO,   .1f, KHAKI, BROWN_CLOTH,      BLACK},
-    {1.70f, .25f, .45f,   .6f,   .60f, CLOTHES_SKIRT,     1,    .0f,  .20f,  true, false,
-     false, 0,    AUBURN, WHITE, SKY,  PATTERN_STRIPES_V, .05f, WINE, BLACK, BLACK},
-    {1.90f, .30f, .75f,  .0f,      .25f, CLOTHES_COAT, 1,   .7f,  .30f,  false, false,
-     false, 1,    BROWN, CHARCOAL, GREY, NO,           .1f, NAVY, BLACK, WHITE},
-    {1.62f, .65f, .50f,       .7f,   .35f,  CLOTHES_DRESS, .5f,  .5f,  .45f, false, false,
-     false, 3,    BLACK_HAIR, ROYAL, WHITE, PATTERN_DOTS,  .06f, NAVY, WINE, BLACK},
-    {1.75f, .45f, .65f,       .0f,  .15f,     CLOTHES_HOOD, 1,   .9f,   .55f,  false, false,
-     false, 4,    BLACK_HAIR, GREY, CHARCOAL, NO,           .1f, BLACK, WHITE, GREY},
-    {1.20f, .35f, .45f, .1f,    .30f,  CLOTHES_TROUSERS,  .5f,  .8f,   .40f, false, false,
-     false, 0,    FAIR, YELLOW, ROYAL, PATTERN_STRIPES_V, .07f, DENIM, RED,  BLACK},
-    {1.73f, .95f, .75f,      .1f,  .18f, CLOTHES_TROUSERS, 1,    .9f,      .40f,  true,       false,
-     false, 1,    GREY_HAIR, WINE, NAVY, PATTERN_PLAID,    .11f, CHARCOAL, BLACK, BROWN_CLOTH},
-    {1.68f,      .40f,  .35f,  .8f, .85f, CLOTHES_TROUSERS, 1,     .9f,        .50f, false, false, false, 2,
-     DARK_BROWN, CREAM, BEIGE, NO,  .1f,  PALE_DENIM,       WHITE, BROWN_CLOTH},
-    {1.80f, .35f,  .80f,  .0f, .0f, CLOTHES_SHORTS, .45f,  .8f,  .40f, false, false, true, 1,
-     BROWN, GREEN, WHITE, NO,  .1f, BEIGE,          WHITE, BLACK},
-    {1.58f, .50f, .30f,       .6f,   .25f,  CLOTHES_COAT, 1,   .5f,   .30f,        false, false,
-     false, 1,    WHITE_HAIR, BEIGE, KHAKI, NO,           .1f, BLACK, BROWN_CLOTH, WINE},
-    {1.86f,      .60f,  .85f, .0f, .0f, CLOTHES_TROUSERS, 1,     .0f,  .25f, false, false, false, 5,
-     BLACK_HAIR, WHITE, SKY,  NO,  .1f, CHARCOAL,         BLACK, BLACK},
-    {1.72f, .20f,  .40f,  .5f,   1.0f, CLOTHES_TROUSERS, 0,      .4f,
-     .10f,  false, false, false, 4,    BLACK_HAIR,       ORANGE, WHITE,
-     NO,    .1f,   WHITE, BEIGE, WHITE},
-    {1.76f, .42f, .60f,       .0f,  .30f,  CLOTHES_TROUSERS,  .5f,  .9f,   .50f,  false, true,
-     false, 2,    DARK_BROWN, NAVY, WHITE, PATTERN_STRIPES_V, .09f, OLIVE, WHITE, RED},
-    {1.32f, .25f, .40f,  .2f,  .90f,  CLOTHES_DRESS,  .5f,  .5f,  .40f,  false, false,
-     false, 1,    BROWN, PINK, WHITE, PATTERN_CHECKS, .07f, PINK, WHITE, WHITE},
-    {1.82f, .75f,  .95f, .0f, .10f,  CLOTHES_TROUSERS, .5f,  .7f, .25f, false, false, true, 3, BLACK_HAIR,
-     BLACK, WHITE, NO,   .1f, DENIM, BROWN_CLOTH,      BLACK},
-    {1.64f, .30f,       .35f, .6f,   .45f, CLOTHES_SKIRT, 1,    .6f,   .60f, false, false, false,
-     0,     DARK_BROWN, TEAL, CREAM, NO,   .1f,           GREY, BLACK, BLACK},
-    {1.74f, .38f, .60f,  .1f,   .28f, CLOTHES_TROUSERS, 1,    .8f,   .40f,        true, false,
-     false, 1,    BLOND, GREEN, NAVY, PATTERN_PLAID,    .14f, BEIGE, BROWN_CLOTH, BLACK},
-    {1.69f, .55f, .55f,       .3f,    .20f,  CLOTHES_HOOD, 1,   .8f,  .60f,  false, true,
-     false, 3,    BLACK_HAIR, PURPLE, WHITE, NO,           .1f, GREY, WHITE, CARBON},
-    {1.55f, .70f, .40f,      .7f,    .22f, CLOTHES_TROUSERS, 1,    .9f,   .50f,  true, false,
-     false, 2,    GREY_HAIR, PURPLE, PINK, PATTERN_DOTS,     .05f, BLACK, BLACK, BLACK},
-    {1.88f, .22f, .65f,   .0f,   .55f,  CLOTHES_TROUSERS, 1,    .7f,   .35f,        false, false,
-     true,  0,    AUBURN, OLIVE, BLACK, PATTERN_CHECKS,   .12f, BLACK, BROWN_CLOTH, BLACK},
-    {1.71f, .45f, .55f,       .4f, .70f, CLOTHES_COAT, 1,   1.f,      .25f,  false, false,
-     false, 5,    BLACK_HAIR, RED, WINE, NO,           .1f, CHARCOAL, BLACK, CREAM},
-    {1.05f, .40f, .45f,       .0f, .18f,  CLOTHES_SHORTS,    .45f, .8f,  .50f,  false, false,
-     false, 3,    DARK_BROWN, RED, WHITE, PATTERN_STRIPES_V, .06f, NAVY, ROYAL, BLACK},
+    // height build shoulders curves hair, clothes, sleeves hem width, glasses cap beard, skin hair,
+    // top with its second colour, pattern and its size, bottom, shoes, accent
+    {1.78f, .40f, .70f, .0f, .22f, TROUSERS, 1, .8f, .35f, no, no, no, 1, DARK_BROWN, SKY, WHITE, NONE, .1f, DENIM, WHITE, BROWN_CLOTH},
+    {1.66f, .32f, .30f, .75f, .95f, TROUSERS, .5f, .5f, .15f, no, no, no, 0, BLOND, RED, WHITE, NONE, .1f, NAVY, BEIGE, BLACK},
+    {1.84f, .55f, .90f, .0f, .12f, TROUSERS, .45f, .9f, .45f, no, no, yes, 2, BLACK_HAIR, CHARCOAL, WHITE, NONE, .1f, KHAKI, BROWN_CLOTH, BLACK},
+    {1.70f, .25f, .45f, .6f, .60f, SKIRT, 1, .0f, .20f, yes, no, no, 0, AUBURN, WHITE, SKY, LINES, .05f, WINE, BLACK, BLACK},
+    {1.90f, .30f, .75f, .0f, .25f, COAT, 1, .7f, .30f, no, no, no, 1, BROWN, CHARCOAL, GREY, NONE, .1f, NAVY, BLACK, WHITE},
+    {1.62f, .65f, .50f, .7f, .35f, DRESS, .5f, .5f, .45f, no, no, no, 3, BLACK_HAIR, ROYAL, WHITE, DOTS, .06f, NAVY, WINE, BLACK},
+    {1.75f, .45f, .65f, .0f, .15f, HOOD, 1, .9f, .55f, no, no, no, 4, BLACK_HAIR, GREY, CHARCOAL, NONE, .1f, BLACK, WHITE, GREY},
+    {1.20f, .35f, .45f, .1f, .30f, TROUSERS, .5f, .8f, .40f, no, no, no, 0, BROWN, YELLOW, ROYAL, LINES, .07f, DENIM, RED, BLACK},
+    {1.73f, .95f, .75f, .1f, .18f, TROUSERS, 1, .9f, .40f, yes, no, no, 1, GREY_HAIR, WINE, NAVY, PLAID, .11f, CHARCOAL, BLACK, BROWN_CLOTH},
+    {1.68f, .40f, .35f, .8f, .85f, TROUSERS, 1, .9f, .50f, no, no, no, 2, DARK_BROWN, CREAM, BEIGE, NONE, .1f, DENIM, WHITE, BROWN_CLOTH},
+    {1.80f, .35f, .80f, .0f, .0f, SHORTS, .45f, .8f, .40f, no, no, yes, 1, BROWN, GREEN, WHITE, NONE, .1f, NAVY, WHITE, BLACK},
+    {1.58f, .50f, .30f, .6f, .25f, COAT, 1, .5f, .30f, no, no, no, 1, WHITE_HAIR, KHAKI, BEIGE, NONE, .1f, BLACK, BROWN_CLOTH, WINE},
+    {1.86f, .60f, .85f, .0f, .0f, TROUSERS, 1, .0f, .25f, no, no, no, 5, BLACK_HAIR, WHITE, SKY, NONE, .1f, CHARCOAL, BLACK, BLACK},
+    {1.72f, .20f, .40f, .5f, 1.0f, TROUSERS, 0, .4f, .10f, no, no, no, 4, BLACK_HAIR, ORANGE, WHITE, NONE, .1f, DENIM, BEIGE, WHITE},
+    {1.76f, .42f, .60f, .0f, .30f, TROUSERS, .5f, .9f, .50f, no, yes, no, 2, DARK_BROWN, NAVY, WHITE, LINES, .09f, OLIVE, WHITE, RED},
+    {1.32f, .25f, .40f, .2f, .90f, DRESS, .5f, .5f, .40f, no, no, no, 1, BROWN, WINE, PINK, CHECK, .07f, PINK, WHITE, WHITE},
+    {1.82f, .75f, .95f, .0f, .10f, TROUSERS, .5f, .7f, .25f, no, no, yes, 3, BLACK_HAIR, BLACK, WHITE, NONE, .1f, DENIM, BROWN_CLOTH, BLACK},
+    {1.64f, .30f, .35f, .6f, .45f, SKIRT, 1, .6f, .60f, no, no, no, 0, DARK_BROWN, TEAL, CREAM, NONE, .1f, CHARCOAL, BLACK, BLACK},
+    {1.74f, .38f, .60f, .1f, .28f, TROUSERS, 1, .8f, .40f, yes, no, no, 1, BROWN, GREEN, NAVY, PLAID, .14f, BEIGE, BROWN_CLOTH, BLACK},
+    {1.69f, .55f, .55f, .3f, .20f, HOOD, 1, .8f, .60f, no, yes, no, 3, BLACK_HAIR, PURPLE, WHITE, NONE, .1f, GREY, WHITE, CARBON},
+    {1.55f, .70f, .40f, .7f, .22f, TROUSERS, 1, .9f, .50f, yes, no, no, 2, GREY_HAIR, PURPLE, PINK, DOTS, .05f, BLACK, BLACK, BLACK},
+    {1.88f, .22f, .65f, .0f, .55f, TROUSERS, 1, .7f, .35f, no, no, yes, 0, AUBURN, OLIVE, BLACK, CHECK, .12f, BLACK, BROWN_CLOTH, BLACK},
+    {1.71f, .45f, .55f, .4f, .70f, COAT, 1, 1, .25f, no, no, no, 5, BLACK_HAIR, RED, WINE, NONE, .1f, CHARCOAL, BLACK, CREAM},
+    {1.05f, .40f, .45f, .0f, .18f, SHORTS, .45f, .8f, .50f, no, no, no, 3, DARK_BROWN, RED, WHITE, LINES, .06f, NAVY, ROYAL, BLACK},
 };
+// clang-format on
 static_assert(std::size(variants) == PERSON_VARIANTS, "one row for each");
+
+void darken_infrared(scene_material *m, float to)
+{
+    const float by = to / m->first[BAND_INFRARED];
+    m->first[BAND_INFRARED] *= by;
+    m->second[BAND_INFRARED] *= by;
+}
+
+// How bright a dye is in infrared hangs on its makers' choice of pigment more than on its colour: of garments that
+// would look the same there, one has some carbon black in it, as about every second one has.
+void tell_apart(person_look *l)
+{
+    const float skin = l->skin.first[BAND_INFRARED], top = l->top.first[BAND_INFRARED];
+    if (fabsf(top - skin) < .16f)
+        darken_infrared(&l->top, skin * .50f);
+    const float worn = l->top.first[BAND_INFRARED], bottom = l->bottom.first[BAND_INFRARED];
+    if (fabsf(bottom - worn) < .14f)
+        darken_infrared(&l->bottom, worn > .3f ? worn * .45f : worn * .4f);
+    if (fabsf(l->shoes.first[BAND_INFRARED] - l->bottom.first[BAND_INFRARED]) < .1f)
+        darken_infrared(&l->shoes, .05f); // rubber and leather are full of carbon
+}
 
 person_look look_of(const variant &v, uint32_t seed)
 {
@@ -204,6 +208,7 @@ person_look look_of(const variant &v, uint32_t seed)
     l.shoes = plain(cloths[v.shoes]);
     l.shoes.gloss = .2f;
     l.accent = woven(v.accent, seed + 4);
+    tell_apart(&l);
     return l;
 }
 
@@ -233,9 +238,8 @@ person_look person_random(scene_random *random)
                                                  : scene_uniform(random, .08f, .35f);
     const person_clothes for_all[] = {CLOTHES_TROUSERS, CLOTHES_TROUSERS, CLOTHES_TROUSERS, CLOTHES_TROUSERS,
                                       CLOTHES_SHORTS,   CLOTHES_COAT,     CLOTHES_HOOD};
-    v.clothes = curved && scene_chance(random, .3f)
-                    ? (scene_chance(random, .5f) ? CLOTHES_SKIRT : CLOTHES_DRESS)
-                    : for_all[scene_next(random) % std::size(for_all)];
+    v.clothes = curved && scene_chance(random, .3f) ? (scene_chance(random, .5f) ? SKIRT : DRESS)
+                                                    : for_all[scene_next(random) % std::size(for_all)];
     const float sleeves[] = {1, 1, .5f, .45f, 0};
     v.sleeves = sleeves[scene_next(random) % (curved ? 5 : 4)];
     v.hem = scene_uniform(random, 0, 1);
@@ -250,7 +254,7 @@ person_look person_random(scene_random *random)
     v.top_second = any_cloth(random);
     const scene_pattern patterns[] = {PATTERN_STRIPES_V, PATTERN_CHECKS, PATTERN_PLAID, PATTERN_DOTS,
                                       PATTERN_STRIPES_U};
-    v.top_pattern = scene_chance(random, .4f) ? patterns[scene_next(random) % std::size(patterns)] : NO;
+    v.top_pattern = scene_chance(random, .4f) ? patterns[scene_next(random) % std::size(patterns)] : NONE;
     v.top_size = scene_uniform(random, .04f, .14f);
     const cloth bottoms[] = {DENIM, DENIM, NAVY,       BLACK,       CHARCOAL, GREY,
                              KHAKI, BEIGE, PALE_DENIM, BROWN_CLOTH, CARBON,   OLIVE};
