@@ -1,5 +1,5 @@
-// A setting that is set until another process has been told, beside a bare store: one row committed and read back by
-// SQLite with the same care for the disk, on the same disk, and no one told.
+// A setting that is set until another process has been told, beside a bare store: one row committed and read
+// back by SQLite with the same care for the disk, on the same disk, and no one told.
 #include "benches.h"
 
 #include <poll.h>
@@ -28,8 +28,8 @@ int told(void *, void *)
     return 0;
 }
 
-// A process that follows "followed" in both layers, and writes a byte to the pipe for each set. Before this process
-// has opened a client.
+// A process that follows "followed" in both layers, and writes a byte to the pipe for each set. Before this
+// process has opened a client.
 pid_t start_listener(int *fd)
 {
     int ends[2];

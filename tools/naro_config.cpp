@@ -426,7 +426,8 @@ int read_options(int argc, char **argv)
     return -1;
 }
 
-// Options may stand behind the command, too: they are moved before it, up to a word "--". The value of set is none.
+// Options may stand behind the command, too: they are moved before it, up to a word "--". The value of set is
+// none.
 std::vector<char *> in_order(int argc, char **argv)
 {
     std::vector<char *> first(argv, argv + 1), rest;

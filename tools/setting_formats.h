@@ -1,5 +1,5 @@
-// What the values of the known settings look like. A value of another form is stored all the same (the store is for
-// any text, and the daemon says what it does not understand): the check is for people's slips.
+// What the values of the known settings look like. A value of another form is stored all the same (the store
+// is for any text, and the daemon says what it does not understand): the check is for people's slips.
 #ifndef SETTING_FORMATS_H
 #define SETTING_FORMATS_H
 

@@ -2,9 +2,9 @@
 //
 //   nvram	default	night_mode	text	5
 //
-// layer, group, key, type (text, int32, uint64), value. A tab, a line's end, a backslash, other control characters and
-// bytes that are not ASCII stand as \t, \n, \\ and \x and two digits, so that any value survives any editor. Empty
-// lines and lines that begin with '#' are skipped.
+// layer, group, key, type (text, int32, uint64), value. A tab, a line's end, a backslash, other control
+// characters and bytes that are not ASCII stand as \t, \n, \\ and \x and two digits, so that any value
+// survives any editor. Empty lines and lines that begin with '#' are skipped.
 #ifndef SETTINGS_FILE_H
 #define SETTINGS_FILE_H
 

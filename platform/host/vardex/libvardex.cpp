@@ -1,7 +1,7 @@
 // The client: checks what it is handed, keeps handles, and pumps.
 //
-// What a client polls is an epoll descriptor, so that what lies behind it can be replaced: the mailbox, which others
-// knock at, and a counter for what the client has still to hand over.
+// What a client polls is an epoll descriptor, so that what lies behind it can be replaced: the mailbox, which
+// others knock at, and a counter for what the client has still to hand over.
 #include "libvardex.h"
 
 #include <algorithm>

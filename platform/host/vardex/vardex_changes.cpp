@@ -1,5 +1,6 @@
-// A set is one transaction: the new value, and the end of older ones that nobody is still to be told of. Values that
-// wait for someone stay, newest and older, and are numbered; so a store has the order of its sets, whoever made them.
+// A set is one transaction: the new value, and the end of older ones that nobody is still to be told of.
+// Values that wait for someone stay, newest and older, and are numbered; so a store has the order of its
+// sets, whoever made them.
 #include "vardex_changes.h"
 
 #include <sqlite3.h>
@@ -14,8 +15,9 @@
 namespace
 {
 
-// Every so many sets someone looks what may be left out, and who is still there. Up to WAITING_MAX wait for each; it
-// is twice of what is handed over without leaving out, so that it is the listener who notices, and says so.
+// Every so many sets someone looks what may be left out, and who is still there. Up to WAITING_MAX wait for
+// each; it is twice of what is handed over without leaving out, so that it is the listener who notices, and
+// says so.
 enum { COMPACT_EVERY = 256, WAITING_MAX = 2048 };
 
 void bind_key(sqlite3_stmt *statement, const char *group, const char *key)

@@ -4,8 +4,8 @@
 
 #include <pthread.h>
 
-// A thread that is cancelled must not die with a transaction open or a lock held: the cancellation waits until the
-// call is over.
+// A thread that is cancelled must not die with a transaction open or a lock held: the cancellation waits
+// until the call is over.
 struct vardex_no_cancel {
     vardex_no_cancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
     ~vardex_no_cancel() { pthread_setcancelstate(before, nullptr); }

@@ -1,9 +1,9 @@
 // Where a client stands in the row of sets.
 //
 // Both layers number their sets themselves. Each also stamps them by the machine's one clock, from inside the
-// transaction: so of two sets in different layers, of which one began when the other was acknowledged, the order can
-// be told. To keep it, a look into both takes only what was stamped before the look began: what is newer may have an
-// elder brother in the layer that was looked into first; its knock comes after.
+// transaction: so of two sets in different layers, of which one began when the other was acknowledged, the
+// order can be told. To keep it, a look into both takes only what was stamped before the look began: what is
+// newer may have an elder brother in the layer that was looked into first; its knock comes after.
 #include "vardex_handle.h"
 
 #include <algorithm>
@@ -55,8 +55,8 @@ void bind(sqlite3_stmt *statement, int place, int64_t number)
         sqlite3_bind_int64(statement, place, number);
 }
 
-// Keeps the reader's place in the store that it knows. Another one (a new file, or an emptied one) is read from its
-// beginning: all that is in it was set since.
+// Keeps the reader's place in the store that it knows. Another one (a new file, or an emptied one) is read
+// from its beginning: all that is in it was set since.
 void keep_place(vardex_handle *handle, int layer, int64_t identity)
 {
     vardex_reader *reader = &handle->readers[layer];
@@ -224,8 +224,8 @@ bool vardex_handle_publish(vardex_handle *handle, int layer, unsigned wait_ms)
     return true;
 }
 
-// Tells the store of a mailbox that it has lost, without waiting. True when it knows it now, and something may have been
-// set before it did.
+// Tells the store of a mailbox that it has lost, without waiting. True when it knows it now, and something
+// may have been set before it did.
 static bool publish_lost(vardex_handle *handle, int layer)
 {
     const vardex_reader *reader = &handle->readers[layer];

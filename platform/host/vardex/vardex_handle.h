@@ -1,4 +1,5 @@
-// A client's registrations, and its place in each layer's row of sets. With the handle's lock held, all of these.
+// A client's registrations, and its place in each layer's row of sets. With the handle's lock held, all of
+// these.
 #ifndef VARDEX_HANDLE_H
 #define VARDEX_HANDLE_H
 
@@ -67,8 +68,7 @@ void vardex_handle_forget(vardex_handle *handle, int layer);
 void vardex_handle_withdraw(vardex_handle *handle, int layer);
 // Whether anything is to be told of `layer`.
 bool vardex_handle_waits(vardex_handle *handle, int layer);
-// What is to be told next, of both layers, in the order of the sets; *more: there will be more, and *again: the look
-// should be taken once more.
+// What is to be told next, of both layers, in the order of the sets; *more: the look is to be taken again.
 std::vector<vardex_news> vardex_handle_news(vardex_handle *handle, bool *more);
 // Lets the store know how far the handle is, now and then.
 void vardex_handle_acknowledge(vardex_handle *handle);

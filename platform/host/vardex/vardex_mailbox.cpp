@@ -1,5 +1,5 @@
-// Mailboxes are datagram sockets: who sends never waits, a full one is as good as a knock, and one whose owner was
-// killed refuses, so that the dead are found by the first who calls on them.
+// Mailboxes are datagram sockets: who sends never waits, a full one is as good as a knock, and one whose
+// owner was killed refuses, so that the dead are found by the first who calls on them.
 #include "vardex_mailbox.h"
 
 #include <errno.h>
@@ -21,7 +21,8 @@ namespace
 
 #define FOLDER "/run/naro/vardex/"
 
-// Where `name` is, from the root's descriptor: a long root does not meet the limit of an address. 0 or an errno.
+// Where `name` is, from the root's descriptor: a long root does not meet the limit of an address. 0 or an
+// errno.
 int address_of(const char *name, sockaddr_un *address, socklen_t *size)
 {
     const int root = naro_root_fd();

@@ -1,5 +1,5 @@
-// Mailboxes: what a handle is woken by. A socket under "/run/naro/vardex", of which a message says no more than
-// "look into the store"; when nobody is behind it any more, the kernel says so to whoever sends.
+// Mailboxes: what a handle is woken by. A socket under "/run/naro/vardex", of which a message says no more
+// than "look into the store"; when nobody is behind it any more, the kernel says so to whoever sends.
 #ifndef VARDEX_MAILBOX_H
 #define VARDEX_MAILBOX_H
 
@@ -9,8 +9,8 @@ enum { VARDEX_MAILBOX_NAME = 64 };
 
 // A new mailbox: its descriptor, and its name for others; -1 with errno. Readable when somebody has knocked.
 int vardex_mailbox_create(char name[VARDEX_MAILBOX_NAME]);
-// Whether somebody owns `name` and can be found there; without waking him. True also when that cannot be told. Any
-// thread.
+// Whether somebody owns `name` and can be found there; without waking him. True also when that cannot be
+// told. Any thread.
 bool vardex_mailbox_is_found(const char *name);
 // Takes what was sent to it.
 void vardex_mailbox_drain(int fd);

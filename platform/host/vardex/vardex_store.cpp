@@ -1,7 +1,9 @@
-// One connection to each layer's file, shared by the process: who has it, what it is asked, what is said in trouble.
+// One connection to each layer's file, shared by the process: who has it, what it is asked, what is said in
+// trouble.
 //
-// A thread that wants a layer waits for its lock, then for other processes, both at most until the same deadline. The
-// lock is tried again and again, not waited for: a wait with a deadline would count by the wall clock, which steps.
+// A thread that wants a layer waits for its lock, then for other processes, both at most until the same
+// deadline. The lock is tried again and again, not waited for: a wait with a deadline would count by the wall
+// clock, which steps.
 #include "vardex_store.h"
 
 #include <atomic>
@@ -159,7 +161,8 @@ void complain(int layer)
             s->key ? s->key : "", s->key ? "\"" : "", layers[layer].path, reason.c_str());
 }
 
-// The system's number behind trouble with a file; 0 when it is not known. That of the log is the log's own to tell.
+// The system's number behind trouble with a file; 0 when it is not known. That of the log is the log's own to
+// tell.
 int system_error(sqlite3 *db)
 {
     int error = sqlite3_system_errno(db);

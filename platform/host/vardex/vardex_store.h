@@ -1,7 +1,7 @@
 // The files behind the layers: one SQLite database each, opened when wanted, checked before each use.
 //
-// All threads of a process share one connection to each file. A thread has it between begin and end; no lock outlives
-// that. Write-ahead logging: one sync makes a set durable, and who reads never waits for who writes.
+// All threads of a process share one connection to each file. A thread has it between begin and end; no lock
+// outlives that. Write-ahead logging: one sync makes a set durable, and who reads never waits for who writes.
 #ifndef VARDEX_STORE_H
 #define VARDEX_STORE_H
 
@@ -15,8 +15,8 @@ enum vardex_layer { VARDEX_MEM, VARDEX_NVRAM, VARDEX_LAYERS };
 int vardex_layer_named(const char *name);
 const char *vardex_layer_name(int layer);
 
-// While at least one is held, connections stay open between uses; the last release closes them. False after a fork
-// (logged): the parent's connections must not be touched. Any thread.
+// While at least one is held, connections stay open between uses; the last release closes them. False after a
+// fork (logged): the parent's connections must not be touched. Any thread.
 bool vardex_store_hold(void);
 void vardex_store_release(void);
 
@@ -26,18 +26,17 @@ enum vardex_access {
     VARDEX_WRITE_LAZY, // need not survive a power cut: who listens, how far they have read
 };
 enum vardex_begun { VARDEX_TROUBLE = -1, VARDEX_NO_STORE = 0, VARDEX_BEGUN = 1 };
-// Begins to use `layer`, held by the caller, waiting at most `wait_ms` for others (0: and then not calling it trouble
-// in the log). `what` and `key` (null is fine)
-// name it in log lines ("set", "wdr"); both stay valid until the end. VARDEX_NO_STORE: to be read, and there is no
-// file (nothing is logged or created). Only after VARDEX_BEGUN there is to be an end. Any thread; one at a time on
-// each.
+// Begins to use `layer`, held by the caller, waiting at most `wait_ms` for others (0: and then not calling it
+// trouble in the log). `what` and `key` (null is fine) name it in log lines ("set", "wdr"); both stay valid
+// until the end. VARDEX_NO_STORE: to be read, and there is no file (nothing is logged or created). Only after
+// VARDEX_BEGUN there is to be an end. Any thread; one at a time on each.
 enum vardex_begun vardex_store_begin(int layer, enum vardex_access access, const char *what, const char *key,
                                      unsigned wait_ms);
-// Ends it: keeps what was written (`keep`), or takes it back. True when it is kept as wanted, and nothing has gone
-// wrong since begin; else a line was logged.
+// Ends it: keeps what was written (`keep`), or takes it back. True when it is kept as wanted, and nothing has
+// gone wrong since begin; else a line was logged.
 bool vardex_store_end(int layer, bool keep);
 
-// ---- Between begin and end -----------------------------------------------------------------------------------
+// ---- Between begin and end --------------------------------------------------------------------------------
 // A statement of the table in vardex_store.cpp, ready to be bound; null in trouble.
 enum vardex_statement {
     VARDEX_VALUE_INSERT,

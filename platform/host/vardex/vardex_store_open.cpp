@@ -1,7 +1,7 @@
 // Opening a layer's file.
 //
-// Nothing of another's is ever written over: a file is made ours only when it is new or empty, and what begins in
-// another way, or is damaged inside, is not written to. Restoring is a person's business.
+// Nothing of another's is ever written over: a file is made ours only when it is new or empty, and what
+// begins in another way, or is damaged inside, is not written to. Restoring is a person's business.
 #include "vardex_store_open.h"
 
 #include <errno.h>
@@ -24,9 +24,9 @@ enum { LAYOUT = 1, HEADER_SIZE = 100, HEADER_APPLICATION_AT = 68, INDEX_SIZE_MIN
 
 const char *const suffixes[3] = {"", "-wal", "-shm"};
 
-// `value`: every set that somebody may still have to be told of, and the last of each key, which is the key's value.
-// `mailbox`: who listens; everything up to `seen` has been told there, and older values of a key up to `floor` may be
-// left out. `stamp` puts the sets of both layers in one order.
+// `value`: every set that somebody may still have to be told of, and the last of each key, which is the key's
+// value. `mailbox`: who listens; everything up to `seen` has been told there, and older values of a key up to
+// `floor` may be left out. `stamp` puts the sets of both layers in one order.
 const char layout[] =
     "CREATE TABLE about (boot TEXT, identity INTEGER);"
     "CREATE TABLE value (seq INTEGER PRIMARY KEY, grp TEXT NOT NULL, key TEXT NOT NULL, code INTEGER NOT "
@@ -39,8 +39,8 @@ const char layout[] =
     "PRIMARY KEY (grp, key, mailbox)) WITHOUT ROWID;"
     "INSERT INTO about VALUES ('', random());";
 
-// Settings of a connection. 4,096 pages of 4 KB bound the store; the log is written back at 64 pages, so that it stays
-// a few hundred KB on a small flash.
+// Settings of a connection. 4,096 pages of 4 KB bound the store; the log is written back at 64 pages, so that
+// it stays a few hundred KB on a small flash.
 const char settings[] = "PRAGMA max_page_count=4096;"
                         "PRAGMA wal_autocheckpoint=64;"
                         "PRAGMA journal_size_limit=1048576;"
@@ -156,8 +156,8 @@ bool make_layout(vardex_database *database, vardex_trouble *trouble)
                       std::string(layout) + "PRAGMA user_version=" + number, trouble);
 }
 
-// What is wrong with the beginning of the file itself; null for nothing. While there is a log SQLite may never look at
-// it, and would in the end write the log's pages over whatever it is.
+// What is wrong with the beginning of the file itself; null for nothing. While there is a log SQLite may
+// never look at it, and would in the end write the log's pages over whatever it is.
 const char *find_foreign(const vardex_database *database)
 {
     sqlite3_file *file = nullptr;
@@ -260,7 +260,8 @@ bool enter(vardex_database *database, bool durable, bool wipe, int (*busy)(void 
            void *context, vardex_trouble *trouble)
 {
     std::string answer;
-    // First of all. A journal is there when the power went while the file was being made: it puts the beginning right.
+    // First of all. A journal is there when the power went while the file was being made: it puts the
+    // beginning right.
     const char *foreign =
         is_empty(database) || has_beside(database, "-journal") ? nullptr : find_foreign(database);
     if (foreign)
@@ -309,7 +310,8 @@ enum vardex_opened vardex_database_open(vardex_database *database, const char *p
     const int code = trouble->code & 0xff;
     if (!done && (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) && !has_beside(database, "-wal") &&
         access(database->path, R_OK) == 0 && access(database->path, W_OK) != 0) {
-        // Where nothing can be written, not even the log's index can be made: nobody else can be writing either.
+        // Where nothing can be written, not even the log's index can be made: nobody else can be writing
+        // either.
         sqlite3_close(database->db);
         database->db = nullptr;
         done = open_connection(database, SQLITE_OPEN_READONLY, true) == SQLITE_OK

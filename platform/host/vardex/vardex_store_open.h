@@ -29,16 +29,16 @@ struct vardex_trouble {
 };
 
 enum vardex_opened { VARDEX_NOT_OPENED = -1, VARDEX_NOT_THERE = 0, VARDEX_OPENED = 1 };
-// Opens `path` (without the root); `create`: also when there is none. `durable`: commits are on the disk. `wipe`: what
-// is in it lasts only until the machine starts again. `busy` is called with `context` while another process is in the
-// way.
+// Opens `path` (without the root); `create`: also when there is none. `durable`: commits are on the disk.
+// `wipe`: what is in it lasts only until the machine starts again. `busy` is called with `context` while
+// another process is in the way.
 enum vardex_opened vardex_database_open(struct vardex_database *database, const char *path, bool create,
                                         bool durable, bool wipe, int (*busy)(void *context, int times),
                                         void *context, struct vardex_trouble *trouble);
 // Closes it. `leave`: touches nothing of its files, which are not ours any more.
 void vardex_database_close(struct vardex_database *database, bool leave);
-// Whether the open files still are those under their names, and the database begins as ours does: null, or what is
-// wrong in words.
+// Whether the open files still are those under their names, and the database begins as ours does: null, or
+// what is wrong in words.
 const char *vardex_database_astray(const struct vardex_database *database);
 // Looks through the whole database, and sets `damaged`.
 void vardex_database_check(struct vardex_database *database);

@@ -154,8 +154,8 @@ class Client
     }
 };
 
-// Another process, a fork: to be made before this one has opened a client. It runs `part` with a line to the test and
-// ends; the test may end it earlier.
+// Another process, a fork: to be made before this one has opened a client. It runs `part` with a line to the
+// test and ends; the test may end it earlier.
 class Peer
 {
   public:

@@ -1,8 +1,8 @@
-// A disk that forgets what was not synced. The calls by which a program changes files stand here in front of the C
-// library's own; while recording, each change below one folder is taken down, and what a power cut after any of them
-// would leave can be put into another folder.
+// A disk that forgets what was not synced. The calls by which a program changes files stand here in front of
+// the C library's own; while recording, each change below one folder is taken down, and what a power cut
+// after any of them would leave can be put into another folder.
 //
-//   recorded_disk::start("/tmp/x/root");          // in the process that is watched, before it has a second thread
+//   recorded_disk::start("/tmp/x/root");          // in the process that is watched, with one thread
 //   recorded_disk::mark("acknowledged ...");      // a note between the changes
 //   std::vector<Change> changes = recorded_disk::stop();
 //

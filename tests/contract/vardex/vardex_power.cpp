@@ -1,7 +1,8 @@
-// The power goes while settings are written: whatever was acknowledged is there afterwards, and nothing by halves.
+// The power goes while settings are written: whatever was acknowledged is there afterwards, and nothing by
+// halves.
 //
-// A writer's changes of its files are recorded. After each of them the disk is cut off in three ways, and what is left
-// is opened by another process.
+// A writer's changes of its files are recorded. After each of them the disk is cut off in three ways, and
+// what is left is opened by another process.
 #include "recorded_disk.h"
 
 #include <functional>
