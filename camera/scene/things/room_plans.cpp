@@ -14,7 +14,7 @@ const furniture_item living_room[] = {
     {FURNITURE_SIDEBOARD, 1, 4.1f, 0.02f, 0, 0, 1.7f, 0.42f, 0.5f},
     {FURNITURE_TV, 1, 4.1f, 0.12f, 0, 0.5f, 1.23f, 0.2f, 0.7f},
     {FURNITURE_BOOKS, 1, 4.8f, 0.1f, 0, 0.5f, 0.2f, 0.26f, 0},
-    {FURNITURE_PLANT, ON_FLOOR, 4.8f, 1.0f, 0, 0, 0.6f, 0.5f, 1.35f},
+    {FURNITURE_PLANT, ON_FLOOR, 0.45f, 0.42f, 0, 0, 0.6f, 0.5f, 1.35f},
     {FURNITURE_BOOKCASE, 2, 1.0f, 0.02f, 0, 0, 1.3f, 0.3f, 1.95f},
     {FURNITURE_FLOOR_LAMP, ON_FLOOR, 0.4f, 4.05f, 0, 0, 0.42f, 0.3f, 1.6f},
     {FURNITURE_SOFA, ON_FLOOR, 0.85f, 4.95f, 115, 0, 0.92f, 0.85f, 0.84f},
@@ -39,7 +39,7 @@ const furniture_item living_room[] = {
 };
 const plan_anchor living_room_places[] = {
     {"shelf", 2.6f, 0.12f, 1.6f, 0, -12},
-    {"corner", 0.12f, 0.12f, 2.4f, 38, -24},
+    {"corner", 5.06f, 0.12f, 2.4f, -36, -24},
     {"door", 3.1f, 5.85f, 0, 180, 0},
     {"door-outside", 3.1f, 7.3f, 0, 180, 0},
     {"floor", 2.9f, 3.2f, 0, 180, 0},
