@@ -1,8 +1,9 @@
 // An evening at home that nobody wrote, and the night and the days after it, in blocks of five minutes.
 //
-// Who sits where when a block begins follows from the seed and the block's number alone; within a block everybody in
-// turn has a stretch of time to get up, walk about, and be where the next block wants them. So any moment can be asked
-// for without playing what came before, and people do not walk through each other. Everyone has a seat of their own.
+// Who sits where when a block begins follows from the seed and the block's number alone; within a block
+// everybody in turn has a stretch of time to get up, walk about, and be where the next block wants them. So
+// any moment can be asked for without playing what came before, and people do not walk through each other.
+// Everyone has a seat of their own.
 #include <algorithm>
 
 #include "world_state.h"
@@ -184,8 +185,8 @@ void plan_vacuum(uint64_t seed, int64_t block, bool alone, scene_actor *actor)
     actor->steps.push_back(rest);
 }
 
-// Lamp and camera follow whoever is up in the dark. `stretches`: begin and end of those who are, in order of time;
-// `left`: how many are in the room after each.
+// Lamp and camera follow whoever is up in the dark. `stretches`: begin and end of those who are, in order of
+// time; `left`: how many are in the room after each.
 struct stretch {
     double from, to;
     int left;

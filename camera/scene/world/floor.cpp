@@ -240,3 +240,9 @@ void floor_line(scene_vec from, scene_vec to, std::vector<scene_vec> *way)
     add_line(way, {to.x, to.y, 0});
     even_out(way);
 }
+
+void floor_join(std::vector<scene_vec> *way, const std::vector<scene_vec> &next)
+{
+    way->insert(way->end(), next.begin(), next.end());
+    even_out(way);
+}

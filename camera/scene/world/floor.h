@@ -28,5 +28,7 @@ const float FLOOR_STEP = 0.025f;
 bool floor_way(const floor_map &map, scene_vec from, scene_vec to, std::vector<scene_vec> *way);
 // The straight line, likewise.
 void floor_line(scene_vec from, scene_vec to, std::vector<scene_vec> *way);
+// Joins a way to the end of another, with equal steps again over the whole.
+void floor_join(std::vector<scene_vec> *way, const std::vector<scene_vec> &next);
 
 #endif

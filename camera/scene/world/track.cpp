@@ -7,7 +7,7 @@ namespace
 {
 
 const float LOOK_AHEAD = 0.22f; // metres: how far ahead and behind a walker's heading looks
-const double DOOR_OPENS = 1.4, DOOR_SHUTS = 0.9,
+const double DOOR_OPENS = 1.6, DOOR_SHUTS = 0.9,
              DOOR_TAKES = 0.9; // seconds before, after a passage, for the swing
 
 float smooth(float t)
@@ -52,6 +52,11 @@ scene_vec along(const std::vector<scene_vec> &way, float done)
 double track_duration(const track_leg &leg)
 {
     return advance(leg, 0).duration;
+}
+
+float track_done(const track_leg &leg, double time)
+{
+    return advance(leg, std::max(0.0, time - leg.begin)).done;
 }
 
 float track_leg_heading(const track_leg &leg, float done)

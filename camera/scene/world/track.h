@@ -48,6 +48,7 @@ bool track_plan(const track_ground &ground, const scene_actor &actor, double end
 
 // Seconds that a leg's way takes, and where one looks when `done` metres of it are done.
 double track_duration(const track_leg &leg);
+float track_done(const track_leg &leg, double time); // metres of its way that are done at a time
 float track_leg_heading(const track_leg &leg, float done);
 
 struct track_moment {

@@ -181,11 +181,12 @@ void turn_to(planner *p, float heading, float least)
     leg->shift = leg->end - leg->begin;
 }
 
-void go_way(planner *p, const std::vector<scene_vec> &way, person_activity activity, float speed)
+// False when it is too short for a step, and nobody moves.
+bool go_way(planner *p, const std::vector<scene_vec> &way, person_activity activity, float speed)
 {
     if (way.size() < 2 ||
         scene_length(way.back() - way.front()) + static_cast<float>(way.size()) * FLOOR_STEP < 0.1f)
-        return;
+        return false;
     track_leg probe;
     probe.way = way;
     turn_to(p, track_leg_heading(probe, 0), TURN_ON_THE_SPOT);
@@ -200,6 +201,17 @@ void go_way(planner *p, const std::vector<scene_vec> &way, person_activity activ
     leg->heading_to = p->heading = track_leg_heading(*leg, leg->length);
     leg->to = p->position = way.back();
     p->gone += leg->length;
+    return true;
+}
+
+// When so many metres of a leg's way are done.
+double time_at(const track_leg &leg, float done)
+{
+    const double step = 0.02; // seconds
+    double time = leg.begin;
+    while (time < leg.end && track_done(leg, time) < done)
+        time += step;
+    return time;
 }
 
 float usual_speed(const planner *p, const scene_step &step)
@@ -225,8 +237,6 @@ bool go(planner *p, scene_vec to, person_activity activity, float speed, const s
     if (p->entering) {
         floor_line(outside.position, inside.position, &way);
         from = inside.position;
-        p->passages->push_back(
-            {p->time + 0.5 * static_cast<double>(static_cast<float>(way.size()) * FLOOR_STEP / speed)});
     }
     const scene_vec target = leaving ? inside.position : to;
     if (!needs_floor(p->actor))
@@ -234,23 +244,26 @@ bool go(planner *p, scene_vec to, person_activity activity, float speed, const s
     else if (!floor_way(p->floor, from, target, &part))
         return fail(p, path,
                     "\"" + p->actor.name + "\" finds no way there; expected free floor to walk over");
-    way.insert(way.end(), part.begin() + (way.empty() ? 0 : 1), part.end());
-    const size_t indoors = way.size();
+    floor_join(&way, part);
     if (leaving) {
         floor_line(inside.position, outside.position, &part);
-        way.insert(way.end(), part.begin() + 1, part.end());
+        floor_join(&way, part);
     }
-    const double rest = static_cast<double>(static_cast<float>(way.size() - indoors) * FLOOR_STEP / speed);
+    const float doorway = scene_length(outside.position - inside.position) * 0.5f; // from either of its ends
+    const bool entered = p->entering;
     p->entering = false;
-    go_way(p, way, activity, speed);
-    if (!needs_floor(p->actor) && !p->result->legs.empty()) { // it keeps the height that its file gave it
-        track_leg &leg = p->result->legs.back();
+    if (!go_way(p, way, activity, speed))
+        return true;
+    track_leg &leg = p->result->legs.back();
+    if (entered)
+        p->passages->push_back({time_at(leg, doorway)});
+    if (leaving)
+        p->passages->push_back({time_at(leg, leg.length - doorway)});
+    if (!needs_floor(p->actor)) { // it keeps the height that its file gave it
         for (scene_vec &point : leg.way)
             point.z = to.z;
         p->position.z = leg.to.z = to.z;
     }
-    if (leaving)
-        p->passages->push_back({p->time - 0.5 * rest});
     return true;
 }
 

@@ -252,8 +252,8 @@ bool world_pose(world *world, size_t actor, double time, const scene_view &view,
         return false;
     if (activity)
         *activity = at.activity;
-    // The world's time, not the script's: nobody's breath jumps where a script begins again. Folded while a float
-    // still tells hundredths of a second apart.
+    // The world's time, not the script's: nobody's breath jumps where a script begins again. Folded while a
+    // float still tells hundredths of a second apart.
     const float breath = static_cast<float>(fmod(time, 36000));
     if (a.body) {
         person_moment moment;
