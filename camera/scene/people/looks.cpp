@@ -165,7 +165,7 @@ const variant variants[] = {
 // clang-format on
 static_assert(std::size(variants) == PERSON_VARIANTS, "one row for each");
 
-void darken_infrared(scene_material *m, float to)
+void set_infrared(scene_material *m, float to)
 {
     const float by = to / m->first[BAND_INFRARED];
     m->first[BAND_INFRARED] *= by;
@@ -178,12 +178,12 @@ void tell_apart(person_look *l)
 {
     const float skin = l->skin.first[BAND_INFRARED], top = l->top.first[BAND_INFRARED];
     if (fabsf(top - skin) < .16f)
-        darken_infrared(&l->top, skin * .50f);
+        set_infrared(&l->top, skin * .50f);
     const float worn = l->top.first[BAND_INFRARED], bottom = l->bottom.first[BAND_INFRARED];
     if (fabsf(bottom - worn) < .14f)
-        darken_infrared(&l->bottom, worn > .3f ? worn * .45f : worn * .4f);
+        set_infrared(&l->bottom, worn > .25f ? worn * .45f : worn + .25f);
     if (fabsf(l->shoes.first[BAND_INFRARED] - l->bottom.first[BAND_INFRARED]) < .1f)
-        darken_infrared(&l->shoes, .05f); // rubber and leather are full of carbon
+        set_infrared(&l->shoes, .05f); // rubber and leather are full of carbon
 }
 
 person_look look_of(const variant &v, uint32_t seed)

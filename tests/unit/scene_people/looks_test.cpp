@@ -163,14 +163,29 @@ TEST(Looks, SomethingDarkByDayIsBrightInInfrared)
 {
     int bright = 0, dark = 0;
     for (int i = 0; i < PERSON_VARIANTS; i++) {
-        const scene_material m = person_variant(i).bottom;
-        if (m.first[BAND_GREEN] < 0.1f) {
-            bright += m.first[BAND_INFRARED] > 0.3f;
-            dark += m.first[BAND_INFRARED] < 0.2f;
-        }
+        const person_look look = person_variant(i);
+        for (const scene_material *m : {&look.top, &look.bottom})
+            if (m->first[BAND_GREEN] < 0.1f) {
+                bright += m->first[BAND_INFRARED] > 0.3f;
+                dark += m->first[BAND_INFRARED] < 0.2f;
+            }
     }
     EXPECT_GT(bright, 2);
     EXPECT_GT(dark, 2);
+}
+
+// Otherwise an infrared picture shows one pale figure without parts.
+TEST(Looks, TopBottomAndSkinDifferInInfrared)
+{
+    scene_random random = {9};
+    for (int i = 0; i < PERSON_VARIANTS + 60; i++) {
+        const person_look look = i < PERSON_VARIANTS ? person_variant(i) : person_random(&random);
+        const float skin = look.skin.first[BAND_INFRARED], top = look.top.first[BAND_INFRARED],
+                    bottom = look.bottom.first[BAND_INFRARED], shoes = look.shoes.first[BAND_INFRARED];
+        EXPECT_GT(fabsf(top - skin), .14f) << i;
+        EXPECT_GT(fabsf(top - bottom), .10f) << i;
+        EXPECT_GT(fabsf(shoes - bottom), .03f) << i;
+    }
 }
 
 // What is seen at a glance: height, the colours of top, bottom, hair, skin, the kind of clothes.
