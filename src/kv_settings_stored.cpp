@@ -19,7 +19,7 @@ namespace
 
 void log_motion_list(const char *name, const int list[KV_MOTION_CELLS])
 {
-    char text[KV_MOTION_CELLS * sizeof "-1," + 1] = "";
+    char text[KV_MOTION_CELLS * (sizeof "-1," - 1) + 1] = "";
     size_t length = 0;
     for (int i = 0; i < KV_MOTION_CELLS; i++)
         length += static_cast<size_t>(snprintf(text + length, sizeof text - length, "%d,", list[i]));

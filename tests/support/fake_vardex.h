@@ -9,6 +9,9 @@
 //
 // A registration is known by its key and id, as the contract says: giving one up with another layer, group or id is
 // refused. Calls may come from any thread; set the hooks before threads start.
+//
+// With -Wl,--wrap=free among its link options and NARO_FAKE_VARDEX_WRAPS_FREE defined, a test also sees which texts were
+// handed out (fake_text) and not freed: fake_vardex().live_texts.
 #ifndef NARO_TESTS_FAKE_VARDEX_H
 #define NARO_TESTS_FAKE_VARDEX_H
 
@@ -58,6 +61,7 @@ struct FakeVardex {
     int setting = 0;                  // calls of libvardex_set_value under way
     bool closed_under_writer = false; // the handle was closed while there was one
     int live_pairs = 0, live_data = 0;
+    std::set<const void *> live_texts;
 
     int dummy_handle = 0;
     void *handle() { return &dummy_handle; }
@@ -106,6 +110,15 @@ inline FakeVardex &fake_vardex()
 {
     static FakeVardex *fake = new FakeVardex; // kept for the process's life
     return *fake;
+}
+
+// A copy of a text, for its receiver to free.
+inline char *fake_text(const char *text)
+{
+    char *copy = strdup(text);
+    std::lock_guard<std::mutex> guard(fake_vardex().mutex);
+    fake_vardex().live_texts.insert(copy);
+    return copy;
 }
 
 // What a callback is given. A null text is a member that is null.
@@ -249,7 +262,7 @@ char *libvardex_config_get(int zero, const char *layer, const char *group, const
     const std::string name = std::string(layer) + " " + (group ? group : "(null)") + " " + key;
     fake.note((zero == 0 ? "get " : "wrong get ") + name);
     const auto found = fake.stored.find(name);
-    return found == fake.stored.end() ? nullptr : strdup(found->second.c_str());
+    return found == fake.stored.end() ? nullptr : fake_text(found->second.c_str());
 }
 
 xpair *xresponse_parse(void *response, int *status)
@@ -286,7 +299,7 @@ xdata *xcontrol_get_response(void *response)
 
 char *xdata_value_as_char(xdata *data)
 {
-    return data && data->response->value ? strdup(data->response->value->c_str()) : nullptr;
+    return data && data->response->value ? fake_text(data->response->value->c_str()) : nullptr;
 }
 
 void xdata_free(xdata *data)
@@ -295,6 +308,18 @@ void xdata_free(xdata *data)
         fake_vardex().live_data--;
     delete data;
 }
+
+#ifdef NARO_FAKE_VARDEX_WRAPS_FREE
+void __real_free(void *memory);
+void __wrap_free(void *memory)
+{
+    {
+        std::lock_guard<std::mutex> guard(fake_vardex().mutex);
+        fake_vardex().live_texts.erase(memory);
+    }
+    __real_free(memory);
+}
+#endif
 
 } // extern "C"
 

@@ -1,5 +1,6 @@
 // The client of the settings store: subscriptions and their unwinding, the pump thread and its ends, values written
 // back; with the library, the callbacks and the waiting in the test's hands.
+#define NARO_FAKE_VARDEX_WRAPS_FREE
 #include "kv_client.h"
 
 #include <deque>
@@ -765,6 +766,7 @@ TEST_F(KvClient, StoredValuesGoToTheirHandlersInOrder)
                                           "get nvram default night_mode", "get nvram default full_color",
                                           "get mem default track_switch"));
     EXPECT_THAT(world.synced, ElementsAre("1 a", "2 b", "3 c", "4 d"));
+    EXPECT_THAT(fake.live_texts, IsEmpty()) << "what nobody wants is freed, too";
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 

@@ -1,4 +1,5 @@
 // What is done with stored values: those read when the power comes on, and the replies to a get.
+#define NARO_FAKE_VARDEX_WRAPS_FREE
 #include "kv_settings.h"
 
 #include <gmock/gmock.h>
@@ -41,7 +42,11 @@ std::string repeated(const std::string &text, int times)
 class KvStored : public testing::Test
 {
   protected:
-    ~KvStored() override { EXPECT_EQ(fake_vardex().live_data, 0) << "data was not given back"; }
+    ~KvStored() override
+    {
+        EXPECT_EQ(fake_vardex().live_data, 0) << "data was not given back";
+        EXPECT_THAT(fake_vardex().live_texts, IsEmpty()) << "a value was not freed";
+    }
 
     Lines said() const
     {
@@ -63,7 +68,7 @@ class KvStored : public testing::Test
     void sync(int (*handler)(char *), const char *value, const Lines &done, const Lines &lines)
     {
         SCOPED_TRACE(value ? value : "(null)");
-        EXPECT_EQ(handler(value ? strdup(value) : nullptr), 0);
+        EXPECT_EQ(handler(value ? fake_text(value) : nullptr), 0);
         expect(done, lines);
     }
     void config(int (*handler)(void *, void *), const char *value, const Lines &done, const Lines &lines)
@@ -139,9 +144,8 @@ TEST_F(KvStored, SensitivityIsSetBeforeTheListIsShown)
     static LogCapture *said_so_far;
     said_so_far = &log;
     const std::string value = list_of(std::string(32, '3'));
-    char *copy = strdup(value.c_str());
     acts.on_call = [] { EXPECT_EQ(said_so_far->lines().size(), 2u); };
-    sync_cb_motion_region(copy);
+    sync_cb_motion_region(fake_text(value.c_str()));
     acts.on_call = nullptr;
     expect({"sensitivity_set 1"}, whole_list("sync_cb_motion_region", value, repeated("2,", 32)));
 }
