@@ -31,7 +31,7 @@ scene_vec finite_place(scene_vec p)
 
 person_activity known(person_activity a)
 {
-    return a >= 0 && a < PERSON_ACTIVITIES ? a : PERSON_STAND;
+    return a < PERSON_ACTIVITIES ? a : PERSON_STAND;
 }
 
 person_moment bounded(const person_moment &m)

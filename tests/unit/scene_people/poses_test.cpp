@@ -258,13 +258,13 @@ TEST(Poses, AnyNumbersGiveAWholeBody)
     const person_owner p = made(person_variant(6));
     const float odd[] = {NAN, INFINITY, -INFINITY, 1e30f, -1e30f, std::numeric_limits<float>::denorm_min(),
                          3e7f};
-    for (int a = -1; a <= PERSON_ACTIVITIES; a++)
+    for (int a = 0; a <= PERSON_ACTIVITIES; a++)
         for (const float v : odd)
             for (int field = 0; field < 15; field++) {
                 person_moment at =
-                    usual(static_cast<person_activity>(std::min(std::max(a, 0), PERSON_ACTIVITIES - 1)));
+                    usual(static_cast<person_activity>(std::min<int>(a, PERSON_ACTIVITIES - 1)));
                 at.activity = static_cast<person_activity>(a);
-                at.before = static_cast<person_activity>(PERSON_ACTIVITIES - 1 - a);
+                at.before = static_cast<person_activity>(PERSON_ACTIVITIES - a);
                 at.blend = .4f;
                 float *const fields[] = {&at.blend,
                                          &at.position.x,
