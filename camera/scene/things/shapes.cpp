@@ -100,9 +100,9 @@ void shape_triangle(shape_maker *maker, scene_vec a, scene_vec b, scene_vec c)
 }
 
 // Boards of wood meet where v is a whole number of the pattern's period: with half a metre on top, not in the
-// middle of a table. Every corner has three vertices, one for each face it belongs to, moved back from the edge by the bevel.
-// Faces, the strips between two faces and the triangle between three share them, so the strips' normals turn
-// smoothly.
+// middle of a table. Every corner has three vertices, one for each face it belongs to, moved back from the
+// edge by the bevel. Faces, the strips between two faces and the triangle between three share them, so the
+// strips' normals turn smoothly.
 void shape_box(shape_maker *maker, scene_vec low, scene_vec high, float bevel)
 {
     const float size[3] = {high.x - low.x, high.y - low.y, high.z - low.z};
