@@ -11,6 +11,7 @@
 #include "desk.h"
 
 gl_table gl;
+const char *gl_library = "libEGL.so.1";
 
 static struct {
     void *library; // libEGL; stays for good
@@ -55,7 +56,7 @@ template <typename function> static bool find(function *pointer, const char *nam
 static int load_library(void)
 {
     if (!state.library) {
-        state.library = dlopen("libEGL.so.1", RTLD_NOW | RTLD_GLOBAL);
+        state.library = dlopen(gl_library, RTLD_NOW | RTLD_GLOBAL);
         if (!state.library) {
             desk_say("no graphics library: %s (Debian packages libegl1 and libgl1-mesa-dri)", dlerror());
             return -1;

@@ -74,7 +74,8 @@ struct gl_table {
     GL_FUNCTIONS(GL_MEMBER)
 #undef GL_MEMBER
 };
-extern gl_table gl; // filled by gl_open
+extern gl_table gl;            // filled by gl_open
+extern const char *gl_library; // its file name; tests may name another before the first gl_open
 
 // Loads the library and makes a context current that draws into no window. `gpu`: on the first graphics card; else,
 // and where no card is found (which is said), on the software rasteriser. 0, or -1 after saying why.

@@ -22,7 +22,7 @@
 
 enum { PICTURE_SIDE_MIN = 16, PICTURE_SIDE_MAX = 4096 };
 enum { UNIT_MATERIALS, UNIT_SHADOW, UNIT_SURFACES }; // where the shaders find their textures
-enum { ATTRIBUTES = 4, LIGHT_PROGRAMS_MAX = 16 };
+enum { ATTRIBUTES = 4, LIGHT_PROGRAMS_MAX = 8 };
 
 static struct {
     bool open;
