@@ -1,5 +1,6 @@
 // What any configuration client must do, seen through its public header.
 #include <atomic>
+#include <pthread.h>
 #include <stdint.h>
 #include <string.h>
 #include <thread>
@@ -169,6 +170,27 @@ TEST_F(SettingsTest, other_processes_are_told)
     EXPECT_EQ(listener.line.hear(), "alarm_event=1-2-3");
     EXPECT_EQ(listener.line.hear(), "wdr=off");
     EXPECT_EQ(listener.line.hear(), "alarm_event=1-2-3");
+}
+
+TEST_F(SettingsTest, both_layers_have_one_order)
+{
+    const int sets = 300;
+    Peer writer([](Peer::Line &line) {
+        line.hear();
+        Client client;
+        for (int n = 0; n < sets; n++)
+            if (!client.set(n % 3 == 0 ? "nvram" : "mem", "k", std::to_string(n)))
+                _exit(4);
+        line.say("done");
+    });
+    Client client;
+    ASSERT_NE(client.follow("mem", "k"), 0u);
+    ASSERT_NE(client.follow("nvram", "k"), 0u);
+    writer.line.say("begin");
+    ASSERT_TRUE(client.pump_until([&] { return client.told.size() == static_cast<size_t>(sets); }));
+    for (int n = 0; n < sets; n++)
+        ASSERT_EQ(client.told[static_cast<size_t>(n)].second, std::to_string(n));
+    EXPECT_EQ(writer.line.hear(), "done");
 }
 
 TEST_F(SettingsTest, what_was_set_before_handle_other_is_forgotten)
@@ -393,6 +415,38 @@ TEST_F(SettingsTest, any_thread_may_set_while_one_pumps)
     int next[2] = {0, 0};
     for (const Told &told : client.told)
         EXPECT_EQ(told.second, std::to_string(next[told.first == "b"]++));
+}
+
+// A thread that is cancelled in the middle of sets takes no lock and no half of a set with it.
+TEST_F(SettingsTest, a_cancelled_thread_leaves_the_client_whole)
+{
+    Client client;
+    for (int round = 0; round < 20; round++) {
+        std::atomic<int> done{0};
+        struct part {
+            Client *client;
+            std::atomic<int> *done;
+        } own = {&client, &done};
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(
+                      &thread, nullptr,
+                      [](void *context) -> void * {
+                          const part *self = static_cast<part *>(context);
+                          for (;;) {
+                              self->client->set("mem", "k", "v");
+                              ++*self->done;
+                              pthread_testcancel();
+                          }
+                      },
+                      &own),
+                  0);
+        while (done < 1 + round % 3)
+            std::this_thread::yield();
+        pthread_cancel(thread);
+        pthread_join(thread, nullptr);
+        ASSERT_TRUE(client.set("mem", "k", "w"));
+        ASSERT_EQ(stored("mem", "k"), "w");
+    }
 }
 
 } // namespace
