@@ -239,6 +239,12 @@ class OwedThings(unittest.TestCase):
         self.assertEqual(self.owed([cat[0], actor()], [cat[1], actor()]), 0)
         self.assertEqual(self.owed([cat[0], actor()], [cat[1], actor(moves=False)]), 1)
 
+    def test_what_only_stirs_is_not_owed_and_right_when_reported(self):
+        for kind in ("coat", "fan"):
+            frames = [[actor(kind=kind, x=10)], [actor(kind=kind, x=20)]]
+            result = objects_of(frames, [objects(1)])
+            self.assertEqual((result["owed"], result["right"]), (0, 1), kind)
+
     def test_a_shadow_is_not_owed(self):
         self.assertEqual(self.owed([actor(kind="shadow", x=10)], [actor(kind="shadow", x=20)]), 0)
 

@@ -21,6 +21,7 @@ EVERYWHERE_PX = 16     # motion that comes so near to all four edges is motion e
 PEOPLE_EVENT = "PeopleMotion"
 OBJECT_EVENT = "ObjectMotion"
 LIGHT_OF_ROOM = ("headlights", "tv")  # of what moves in a room: only its light does
+STAYS = ("coat", "fan")               # kinds of things that only stir where they are
 SHADOW = "shadow"                     # the kind of thing that is outside, and only its shadow is seen
 
 RULES = f"""\
@@ -49,8 +50,9 @@ picture, as events are. *Each person* counts the same stretches for every single
 **People at rest**, visible but not owed and nobody else owed, are counted apart: the daemon looks only at what moves.
 
 **A thing is owed** on a frame when it moves so that it shows, at least {OWED_SHARE:.0%} of it is visible, its box has at least
-{THING_PX} pixels, and no visible person moves. The daemon has found it ("{OBJECT_EVENT}"), or taken it *for a person* (a false people event), or kept
-silent; a right people event on a person at rest is neither. Episodes and delays are as with people.
+{THING_PX} pixels, and no visible person moves; but not what only stirs where it is ({", ".join(STAYS)}). The daemon has found
+it ("{OBJECT_EVENT}"), or taken it *for a person* (a false people event), or kept silent; a right people event on a person at
+rest is neither. Episodes and delays are as with people.
 
 **An object event is** *a person's* when a person is owed on the frame: the person was taken for an object. Else it is
 **right** when a thing moves of which anything is visible, on this frame or the one before, or a part of the room does
@@ -113,8 +115,8 @@ class Frame:
             bool(self.room_moves - set(LIGHT_OF_ROOM))
         self.shadow_moves = any(a["kind"] == SHADOW and a["moves"] for a in self.actors.values())
         self.owed_things = [] if self.person_moves else \
-            [a for a in self.actors.values() if a["kind"] not in ("person", SHADOW) and area(a["box"]) >= THING_PX and
-             self._owed(a, before)]
+            [a for a in self.actors.values() if a["kind"] not in ("person", SHADOW, *STAYS) and
+             area(a["box"]) >= THING_PX and self._owed(a, before)]
         self.everywhere = self._everywhere(was)
 
     def _light_differs(self, before):
