@@ -12,8 +12,8 @@
 #include "tone.h"
 
 // Electrons that a point of a picture 320 wide holds at gain 1: about 36 pixels of a sensor of 1920 x 1080 make one
-// such point, and the camera's scaler keeps the noise of about eight of them. Wider pictures have smaller points.
-static const float WELL_320 = 60000;
+// such point, and neighbours that share colours by interpolation keep the noise of about three of them. Wider pictures have smaller points.
+static const float WELL_320 = 20000;
 static const float READ_320 = 7; // electrons of read noise, by the same count
 
 struct planes {
@@ -187,7 +187,7 @@ static void sharpen(const sensor_state *state, const planes *p)
 {
     const size_t wide = static_cast<size_t>(p->width);
     const float noisy = (state->gain - 1) / (SENSOR_GAIN_MAX - 1);
-    const float edge = 0.45f - 0.2f * noisy, smear = 0.15f + 0.6f * noisy;
+    const float edge = 0.45f - 0.2f * noisy, smear = 0.15f + 0.35f * noisy;
     const float threshold = 0.012f + 0.05f * noisy;
     for (int row = 0; row < p->height; row++) {
         const float *here = p->luma + static_cast<size_t>(row) * wide;
