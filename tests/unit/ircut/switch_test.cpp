@@ -185,6 +185,26 @@ TEST_F(Switch, FixedModesDoNotTouchTheModeThatTheTaskHasEntered)
     EXPECT_EQ(world.rounds(&task, 1), Journal{}) << "no entry actions";
 }
 
+TEST_F(Switch, AnAlarmLightThatSleptThroughAStopDoesNotComeBack)
+{
+    world.clock.on_sleep = [](unsigned ms) {
+        if (ms == 500) {
+            ADD_FAILURE() << "it goes on";
+            ircut.task_running = 0;
+        }
+    };
+    start(0);
+    void *first = world.alarm_number;
+    ircut_mode_switch(1);
+    ircut_mode_switch(3);
+    EXPECT_EQ(ircut.task_running, 1);
+    EXPECT_EQ(white_led_status_and_alarm_check(first), nullptr);
+    ircut_exit();
+    start(5);
+    EXPECT_NE(world.alarm_number, first);
+    EXPECT_EQ(white_led_status_and_alarm_check(first), nullptr);
+}
+
 TEST_F(Switch, TheClockSetBackOnlyShowsInTheStamp)
 {
     start(3);

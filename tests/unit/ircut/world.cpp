@@ -209,7 +209,8 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *at
     if (world->created == world->create_fails_at)
         return EAGAIN;
     world->created++;
-    world->thread_argument = arg;
+    if (entry == white_led_status_and_alarm_check)
+        world->alarm_number = arg;
     if (world->real_threads)
         return __real_pthread_create(thread, attr, entry, arg);
     *thread = pthread_self();

@@ -70,7 +70,7 @@ class World
     bool real_threads = false;
     int create_fails_at = -1; // how many threads can be created before one cannot
     int created = 0;
-    void *thread_argument = nullptr; // of the last thread that was not really created
+    void *alarm_number = nullptr; // what the alarm-light thread created last was given
 
     std::vector<pthread_t> detached; // threads that the module detached, which the world did not
     // Joins them: they must be about to end.
