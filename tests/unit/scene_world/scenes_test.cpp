@@ -147,6 +147,17 @@ TEST(Scenes, AreAtLeastThirtyAndTellTheirStories)
     }
 }
 
+TEST(Scenes, TheManualListsThemAll)
+{
+    std::ifstream file(world_folder() + "/../docs/scenes.md");
+    const std::string manual((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    for (const std::string &name : world_names()) {
+        world_owner w(world_open(name.c_str()));
+        ASSERT_TRUE(w) << name;
+        EXPECT_NE(manual.find("| " + name + " | " + world_story(w.get()) + " |"), std::string::npos) << name;
+    }
+}
+
 // What some stories hang on.
 struct essential {
     const char *scene, *actor;
