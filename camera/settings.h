@@ -1,14 +1,15 @@
-// The settings that the camera puts into the store: those that it was asked for, and "power", which goes on after every
-// start of the daemon.
+// The settings that the camera puts into the store: those that it was asked for, and "power", which goes on
+// after every start of the daemon.
 //
-// At the camera's start, which is a boot, the mem layer is emptied and the settings asked for are stored. When the
-// daemon has started and follows its settings they are set once more, in their order, so that each acts as a change
-// does; "power" = "on" is the last. Then the daemon is ready: the settings have been acknowledged, and frames may go.
+// At the camera's start, which is a boot, the mem layer is emptied and the settings asked for are stored.
+// When the daemon has started and follows its settings they are set once more, in their order, so that each
+// acts as a change does; "power" = "on" is the last. Then the daemon is ready: the settings have been
+// acknowledged, and frames may go.
 //
-// Who subscribes to the last key that the daemon subscribes to, under the daemon's name, is the daemon. One that
-// follows no settings (another build, a stand-in of a test) is waited for SETTINGS_PATIENCE_MS and then taken as ready;
-// should it follow them later, it is served then. A store that refuses makes nobody wait longer than
-// SETTINGS_STORE_PATIENCE_MS; it is tried again until it takes everything.
+// Who subscribes to the last key that the daemon subscribes to, under the daemon's name, is the daemon. One
+// that follows no settings (another build, a stand-in of a test) is waited for SETTINGS_PATIENCE_MS and then
+// taken as ready; should it follow them later, it is served then. A store that refuses makes nobody wait
+// longer than SETTINGS_STORE_PATIENCE_MS; it is tried again until it takes everything.
 #ifndef SETTINGS_H
 #define SETTINGS_H
 
@@ -30,12 +31,14 @@ struct settings_wanted {
     void (*on_ready)(void); // see settings_on_client; null: nobody asks
 };
 
-// Empties the mem layer and stores the values. 0, or -1 after saying why: a key that is no setting of a camera. Trouble
-// with the store is told and is no failure. Before the daemon is started; event loop only, as are all of these.
+// Empties the mem layer and stores the values. 0, or -1 after saying why: a key that is no setting of a
+// camera. Trouble with the store is told and is no failure. Before the daemon is started; event loop only, as
+// are all of these.
 int settings_start(struct ev_loop *loop, const settings_wanted *wanted);
 void settings_stop(void);
-// Somebody has connected to the command socket: the daemon has started, perhaps. Answered by one on_ready, at once where
-// it is a daemon that has had its settings (it lost its connection), and by one in all if several come before that.
+// Somebody has connected to the command socket: the daemon has started, perhaps. Answered by one on_ready, at
+// once where it is a daemon that has had its settings (it lost its connection), and by one in all if several
+// come before that.
 void settings_on_client(void);
 
 #endif

@@ -1,8 +1,8 @@
-// What the settings act on: every call that a setting makes into another module, and every word it sets there, in one
-// table. Tests put their own in its place.
+// What the settings act on: every call that a setting makes into another module, and every word it sets
+// there, in one table. Tests put their own in its place.
 //
-// Null: that module has not joined the daemon. The setting is then parsed and logged as ever and does nothing more.
-// To join one is to write its name into the table (kv_actions.cpp).
+// Null: that module has not joined the daemon. The setting is then parsed and logged as ever and does nothing
+// more. To join one is to write its name into the table (kv_actions.cpp).
 #ifndef KV_ACTIONS_H
 #define KV_ACTIONS_H
 

@@ -1,9 +1,9 @@
 // The client of the settings store.
 //
-// Threads: "kv_client_task" pumps the library's descriptor; changes are delivered and callbacks run on it, one at a
-// time. It is ended by cancellation, which it accepts only while it waits: no callback, and no command to the media
-// server that a callback sends, is ever cut in two. Callbacks may write values and so take `lock`; therefore nobody
-// joins the thread with `lock` held.
+// Threads: "kv_client_task" pumps the library's descriptor; changes are delivered and callbacks run on it,
+// one at a time. It is ended by cancellation, which it accepts only while it waits: no callback, and no
+// command to the media server that a callback sends, is ever cut in two. Callbacks may write values and so
+// take `lock`; therefore nobody joins the thread with `lock` held.
 #include "kv_client.h"
 
 #include <inttypes.h>
@@ -41,9 +41,9 @@ struct {
     const char *group;        // null, the default group: nothing sets it
 } client;
 
-// How the settings are given up at the end: the order, the layers and the tags of the lines about a failure, all as
-// they have always been. "people_sensitivity" is asked for in another layer than it was subscribed in, which the
-// library refuses: kept, closing takes it.
+// How the settings are given up at the end: the order, the layers and the tags of the lines about a failure,
+// all as they have always been. "people_sensitivity" is asked for in another layer than it was subscribed in,
+// which the library refuses: kept, closing takes it.
 const struct {
     kv_setting_number setting;
     const char *layer;
@@ -67,10 +67,10 @@ const struct {
     {KV_FAV_AREA_RECT, KV_LAYER_MEM, "key_people_region"},
 };
 
-// ---- The pump --------------------------------------------------------------------------------------------------------
+// ---- The pump ---------------------------------------------------------------------------------------------
 
-// Without its settings the daemon is of no use, and a new one may find the store well again: whoever watches over it
-// starts it anew. _exit, because other threads are alive: nothing may be taken down beneath them.
+// Without its settings the daemon is of no use, and a new one may find the store well again: whoever watches
+// over it starts it anew. _exit, because other threads are alive: nothing may be taken down beneath them.
 [[noreturn]] void end_the_daemon()
 {
     naro_clock_sleep_ms(DYING_MS);
@@ -82,7 +82,8 @@ int wait_readable(pollfd *wait)
 {
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     const int result = poll(wait, 1, POLL_MS);
-    // A descriptor in trouble is "ready" at once and forever, without being readable: wait as long as for a silent one.
+    // A descriptor in trouble is "ready" at once and forever, without being readable: wait as long as for a
+    // silent one.
     if (result > 0 && !(wait->revents & POLLIN))
         naro_clock_sleep_ms(POLL_MS);
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
@@ -110,7 +111,7 @@ void *kv_client_task(void *)
     }
 }
 
-// ---- Subscriptions ---------------------------------------------------------------------------------------------------
+// ---- Subscriptions ----------------------------------------------------------------------------------------
 
 // 1 when done; otherwise another value, as the library says it.
 uint8_t subscribe(void *handle, int number)
@@ -126,11 +127,12 @@ uint8_t unsubscribe(void *handle, int number, const char *layer)
                                              client.id[number], 0, 0, 0, 0);
 }
 
-// Gives up what was subscribed before the setting number `failed` (KV_SETTINGS: before the thread), the last first.
-// Deliberately incomplete: what is left goes when the library closes, right afterwards.
+// Gives up what was subscribed before the setting number `failed` (KV_SETTINGS: before the thread), the last
+// first. Deliberately incomplete: what is left goes when the library closes, right afterwards.
 void undo(void *handle, int failed)
 {
-    // From here on the two that came last among these are given up after all the others, and in their own order.
+    // From here on the two that came last among these are given up after all the others, and in their own
+    // order.
     const bool late = failed >= KV_FAV_AREA_RECT;
     for (int number = failed - 1; number >= 0; number--) {
         if (number == KV_HDR_SWITCH || number == KV_PEOPLE_SENSITIVITY)
@@ -167,7 +169,7 @@ int kv_sys_callback_init(void *handle)
     return 0;
 }
 
-// ---- Start and end ---------------------------------------------------------------------------------------------------
+// ---- Start and end ----------------------------------------------------------------------------------------
 
 static int init_locked(void)
 {
@@ -218,8 +220,8 @@ int kv_client_exit(void)
         log_info("[%s] already exit\r\n", __func__);
         return 0;
     }
-    // Without the lock: a callback that is under way may be about to write a value. The results are deliberately looked
-    // at for negative ones only, which these calls never give.
+    // Without the lock: a callback that is under way may be about to write a value. The results are
+    // deliberately looked at for negative ones only, which these calls never give.
     if (pthread_cancel(task) < 0)
         log_err("pthread_cancel ky_client_task\r\n");
     if (pthread_join(task, nullptr) < 0)
@@ -239,7 +241,7 @@ int kv_client_exit(void)
     return 0;
 }
 
-// ---- Values ----------------------------------------------------------------------------------------------------------
+// ---- Values -----------------------------------------------------------------------------------------------
 
 // The handle for a writer, who gives it back with writer_leaves; null when there is none.
 static void *writer_enters(void)

@@ -49,7 +49,7 @@ const kv_stored_setting kv_stored_settings[KV_STORED_SETTINGS] = {
 namespace
 {
 
-// ---- What the callbacks do alike -------------------------------------------------------------------------------------
+// ---- What the callbacks do alike --------------------------------------------------------------------------
 
 // The pair of a response (null: it has none); false when there is no telling.
 bool parsed(const char *name, void *response, xpair **pair)
@@ -103,7 +103,7 @@ int change(const char *name, const char *key, void *response, void (*apply)(cons
     return 0;
 }
 
-// ---- Detection -------------------------------------------------------------------------------------------------------
+// ---- Detection --------------------------------------------------------------------------------------------
 
 void apply_motion_region(const char *name, xpair *pair)
 {
@@ -129,12 +129,12 @@ void apply_people_region(const char *, xpair *pair)
     int n[4];
     kv_value_numbers(pair->value, "#-#-#-#", n, 4);
     log_info("(x,y,w,h): %d-%d-%d-%d", n[0], n[1], n[2], n[3]);
-    // Crossed on purpose: the second and the third argument are the fourth and the second number, so that what is
-    // written as x-y-w-h is used as x1-y1-y2-x2.
+    // Crossed on purpose: the second and the third argument are the fourth and the second number, so that
+    // what is written as x-y-w-h is used as x1-y1-y2-x2.
     kv_act(kv_actions.people_region_set, n[0], n[3], n[1], n[2]);
 }
 
-// ---- Light and picture -----------------------------------------------------------------------------------------------
+// ---- Light and picture ------------------------------------------------------------------------------------
 
 void apply_night_mode(const char *name, xpair *pair)
 {
@@ -179,7 +179,7 @@ void apply_alarm_event(const char *, xpair *pair)
     kv_act(kv_actions.white_led_alarm, 1, static_cast<const int *>(words));
 }
 
-// ---- Power -----------------------------------------------------------------------------------------------------------
+// ---- Power ------------------------------------------------------------------------------------------------
 
 void power_on(const char *name, void *handle)
 {
@@ -199,7 +199,7 @@ void apply_power(const char *name, xpair *pair, void *handle)
         log_err("[%s] not support power_mode = %s\n", name, pair->value);
 }
 
-// ---- Tracking and records --------------------------------------------------------------------------------------------
+// ---- Tracking and records ---------------------------------------------------------------------------------
 
 void apply_track(const char *name, xpair *pair)
 {
@@ -251,7 +251,7 @@ void apply_detect(const char *name, xpair *pair)
     }
 }
 
-// ---- Care regions ----------------------------------------------------------------------------------------------------
+// ---- Care regions -----------------------------------------------------------------------------------------
 
 void fav_area(json_object *region)
 {
@@ -302,7 +302,7 @@ int timed_out(const char *name)
 
 } // namespace
 
-// ---- The callbacks ---------------------------------------------------------------------------------------------------
+// ---- The callbacks ----------------------------------------------------------------------------------------
 
 int notify_cb_motion_region(void *response, void *)
 {

@@ -15,7 +15,7 @@
 namespace
 {
 
-// ---- Values; `name` is the handler whose lines they are --------------------------------------------------------------
+// ---- Values; `name` is the handler whose lines they are ---------------------------------------------------
 
 void log_motion_list(const char *name, const int list[KV_MOTION_CELLS])
 {
@@ -123,9 +123,10 @@ void no_track_mode(const char *name)
     kv_act(kv_actions.track_mode_config, 0);
 }
 
-// ---- Replies to a get ------------------------------------------------------------------------------------------------
+// ---- Replies to a get -------------------------------------------------------------------------------------
 
-// The data of a reply, null when the get failed; its text in `*value`, null (after saying so) when it has none.
+// The data of a reply, null when the get failed; its text in `*value`, null (after saying so) when it has
+// none.
 xdata *reply_open(const char *name, void *response, char **value)
 {
     xdata *data = xcontrol_get_response(response);
@@ -144,7 +145,7 @@ int reply_close(xdata *data, char *value)
 
 } // namespace
 
-// ---- Sync handlers ---------------------------------------------------------------------------------------------------
+// ---- Sync handlers ----------------------------------------------------------------------------------------
 
 int sync_cb_motion_region(char *value)
 {
@@ -196,7 +197,7 @@ int sync_cb_track_mode(char *value)
     return 0;
 }
 
-// ---- Get-reply handlers ----------------------------------------------------------------------------------------------
+// ---- Get-reply handlers -----------------------------------------------------------------------------------
 
 int config_cb_motion_region(void *response, void *)
 {

@@ -1,5 +1,6 @@
-// The configuration library in the hands of a test, in the place of the real one (no PLATFORM vardex): every call is
-// written down, any can be made to fail, and responses are what the test makes them. Include in one source of a test.
+// The configuration library in the hands of a test, in the place of the real one (no PLATFORM vardex): every
+// call is written down, any can be made to fail, and responses are what the test makes them. Include in one
+// source of a test.
 //
 //   fake_vardex().fail_register = "wdr";                 // that registration is refused
 //   kv_client_init();
@@ -7,11 +8,11 @@
 //   FakeResponse response("wdr", "on");
 //   notify_cb_wdr_mode(&response, handle);
 //
-// A registration is known by its key and id, as the contract says: giving one up with another layer, group or id is
-// refused. Calls may come from any thread; set the hooks before threads start.
+// A registration is known by its key and id, as the contract says: giving one up with another layer, group or
+// id is refused. Calls may come from any thread; set the hooks before threads start.
 //
-// With -Wl,--wrap=free among its link options and NARO_FAKE_VARDEX_WRAPS_FREE defined, a test also sees which texts were
-// handed out (fake_text) and not freed: fake_vardex().live_texts.
+// With -Wl,--wrap=free among its link options and NARO_FAKE_VARDEX_WRAPS_FREE defined, a test also sees which
+// texts were handed out (fake_text) and not freed: fake_vardex().live_texts.
 #ifndef NARO_TESTS_FAKE_VARDEX_H
 #define NARO_TESTS_FAKE_VARDEX_H
 

@@ -1,5 +1,6 @@
-// Any text as the value of any setting. The first byte of the input says which handler gets the rest; what comes out on
-// the other side must be something that the modules behind it can be given, and nothing may be left behind.
+// Any text as the value of any setting. The first byte of the input says which handler gets the rest; what
+// comes out on the other side must be something that the modules behind it can be given, and nothing may be
+// left behind.
 #include "kv_settings.h"
 
 #include <stdint.h>

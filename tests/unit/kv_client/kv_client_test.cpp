@@ -1,5 +1,5 @@
-// The client of the settings store: subscriptions and their unwinding, the pump thread and its ends, values written
-// back; with the library, the callbacks and the waiting in the test's hands.
+// The client of the settings store: subscriptions and their unwinding, the pump thread and its ends, values
+// written back; with the library, the callbacks and the waiting in the test's hands.
 #define NARO_FAKE_VARDEX_WRAPS_FREE
 #include "kv_client.h"
 
@@ -50,7 +50,7 @@ bool cancellable()
     return state == PTHREAD_CANCEL_ENABLE;
 }
 
-// ---- poll in the test's hands ----------------------------------------------------------------------------------------
+// ---- poll in the test's hands -----------------------------------------------------------------------------
 
 struct PollScript {
     struct Answer {
@@ -119,7 +119,7 @@ struct {
     std::vector<std::string> synced; // what the sync handlers were given
 } world;
 
-// ---- The callbacks' module ---------------------------------------------------------------------------------------------
+// ---- The callbacks' module --------------------------------------------------------------------------------
 
 template <int number> int changed(void *, void *)
 {
@@ -244,7 +244,7 @@ class KvClient : public testing::Test
     LogCapture log;
 };
 
-// ---- Start -----------------------------------------------------------------------------------------------------------
+// ---- Start ------------------------------------------------------------------------------------------------
 
 TEST_F(KvClient, InitOpensSubscribesAndPumps)
 {
@@ -351,7 +351,7 @@ TEST_F(KvClient, SubscribingAlone)
     EXPECT_THAT(fake.calls("close"), IsEmpty()) << "that is for who has opened";
 }
 
-// ---- The pump --------------------------------------------------------------------------------------------------------
+// ---- The pump ---------------------------------------------------------------------------------------------
 
 TEST_F(KvClient, ThreadHasItsNameAndDefaultAttributes)
 {
@@ -486,7 +486,7 @@ TEST(KvClientEnd, WhenTheDispatchAnswersAnythingButOne)
     EXPECT_EQ(child.status, 0);
 }
 
-// ---- End -------------------------------------------------------------------------------------------------------------
+// ---- End --------------------------------------------------------------------------------------------------
 
 const Calls all_given_up = {
     "unregister mem baby_cry_detect",
@@ -660,7 +660,7 @@ TEST_F(KvClient, HandleStaysUntilTheLastWriterIsOut)
     EXPECT_EQ(fake.calls().back(), "close");
 }
 
-// ---- Values ----------------------------------------------------------------------------------------------------------
+// ---- Values -----------------------------------------------------------------------------------------------
 
 TEST_F(KvClient, SetBeforeInit)
 {
@@ -752,7 +752,7 @@ TEST_F(KvClient, Layers)
     EXPECT_STREQ(kv_get_nvram_layer(), "nvram");
 }
 
-// ---- What was stored -------------------------------------------------------------------------------------------------
+// ---- What was stored --------------------------------------------------------------------------------------
 
 TEST_F(KvClient, StoredValuesGoToTheirHandlersInOrder)
 {
@@ -777,7 +777,7 @@ TEST_F(KvClient, WhatIsNotStoredIsNull)
     EXPECT_THAT(world.synced, ElementsAre("1 (null)", "2 (null)", "3 (null)", "4 (null)"));
 }
 
-// ---- All at once -----------------------------------------------------------------------------------------------------
+// ---- All at once ------------------------------------------------------------------------------------------
 
 TEST_F(KvClient, WritersChangesAndAnEndMeet)
 {
@@ -811,7 +811,7 @@ TEST_F(KvClient, WritersChangesAndAnEndMeet)
 
 } // namespace
 
-// ---- Wrapped calls ---------------------------------------------------------------------------------------------------
+// ---- Wrapped calls ----------------------------------------------------------------------------------------
 
 extern "C" {
 

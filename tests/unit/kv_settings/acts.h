@@ -1,5 +1,5 @@
-// What settings act on, in the test's hands: kv_actions with functions that write down what they were given. Include in
-// one source of a test.
+// What settings act on, in the test's hands: kv_actions with functions that write down what they were given.
+// Include in one source of a test.
 #ifndef ACTS_H
 #define ACTS_H
 

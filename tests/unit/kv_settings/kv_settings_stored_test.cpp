@@ -98,7 +98,7 @@ class KvStored : public testing::Test
                            std::string(60000, 'x')};
 };
 
-// ---- motion_region ---------------------------------------------------------------------------------------------------
+// ---- motion_region ----------------------------------------------------------------------------------------
 
 Lines motion_lines(const std::string &name, const std::string &value)
 {
@@ -198,7 +198,7 @@ TEST_F(KvStored, NoMotionRegion)
     config(config_cb_motion_region, nullptr, {}, {"![config_cb_motion_region] data is null\n"});
 }
 
-// ---- wdr, night_mode, full_color, track_switch -----------------------------------------------------------------------
+// ---- wdr, night_mode, full_color, track_switch ------------------------------------------------------------
 
 TEST_F(KvStored, Wdr)
 {

@@ -57,7 +57,7 @@ std::string repeated(const std::string &text, size_t times)
     return result;
 }
 
-// ---- The tables ------------------------------------------------------------------------------------------------------
+// ---- The tables -------------------------------------------------------------------------------------------
 
 TEST(KvSettingsTable, Settings)
 {
@@ -127,7 +127,7 @@ TEST(KvSettingsTable, StoredSettings)
     }
 }
 
-// ---- What all callbacks do alike -------------------------------------------------------------------------------------
+// ---- What all callbacks do alike --------------------------------------------------------------------------
 
 struct Callback {
     const char *name;
@@ -266,9 +266,10 @@ std::vector<Callback> those_with_a_key()
 }
 INSTANTIATE_TEST_SUITE_P(, KvSettingsKey, testing::ValuesIn(those_with_a_key()), name_of);
 
-// ---- Values ----------------------------------------------------------------------------------------------------------
+// ---- Values -----------------------------------------------------------------------------------------------
 
-// What is done, as calls and words; and what is said after the common lines, the error lines with a '!' before them.
+// What is done, as calls and words; and what is said after the common lines, the error lines with a '!'
+// before them.
 struct Change {
     const char *key; // as it arrives
     std::string value;
@@ -334,7 +335,8 @@ class KvSettingValues : public KvSettings
         EXPECT_EQ(said, wanted);
         EXPECT_EQ(err.text(), "");
     }
-    // Each value of `key` is one of those nobody understands: an error line of its own wording, and nothing else.
+    // Each value of `key` is one of those nobody understands: an error line of its own wording, and nothing
+    // else.
     void check_not_understood(const char *key, const Lines &values, const char *line = nullptr)
     {
         for (const std::string &value : values) {
@@ -550,14 +552,14 @@ TEST_F(KvSettingValues, FavAreas)
 TEST_F(KvSettingValues, FavAreaMembersThatAreNotThereAreZero)
 {
     // Each region begins anew: nothing is left of the one before.
-    check(
-        {"fav_area_rect",
-         R"([{"x1":1,"y1":2,"x2":3,"y2":4,"roi_name":"door","event_type":"enter"},{},{"x1":"9","roi_name":5},7])",
-         {"fav_area_update 1 2 3 4 door|enter", "fav_area_update 0 0 0 0 |", "fav_area_update 0 0 0 0 |",
-          "fav_area_update 0 0 0 0 |"},
-         {right, array_of(4), "cb:1 2 3 4 name=door event_type = enter \n",
-          "cb:0 0 0 0 name= event_type =  \n", "cb:0 0 0 0 name= event_type =  \n",
-          "cb:0 0 0 0 name= event_type =  \n"}});
+    check({"fav_area_rect",
+           R"([{"x1":1,"y1":2,"x2":3,"y2":4,"roi_name":"door","event_type":"enter"},)"
+           R"({},{"x1":"9","roi_name":5},7])",
+           {"fav_area_update 1 2 3 4 door|enter", "fav_area_update 0 0 0 0 |", "fav_area_update 0 0 0 0 |",
+            "fav_area_update 0 0 0 0 |"},
+           {right, array_of(4), "cb:1 2 3 4 name=door event_type = enter \n",
+            "cb:0 0 0 0 name= event_type =  \n", "cb:0 0 0 0 name= event_type =  \n",
+            "cb:0 0 0 0 name= event_type =  \n"}});
 }
 
 TEST_F(KvSettingValues, FavAreaNamesAreCutAt31Bytes)
@@ -620,7 +622,7 @@ TEST(KvSettingsPower, OnlyNegativeIsAFailure)
     EXPECT_THAT(acts.calls, ElementsAre("kv_sys_param_init", "ircut_init"));
 }
 
-// ---- Subscriptions that are not confirmed ----------------------------------------------------------------------------
+// ---- Subscriptions that are not confirmed -----------------------------------------------------------------
 
 TEST_F(KvSettings, Timeouts)
 {
