@@ -10,6 +10,7 @@
 #include <string.h>
 #include <string>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -35,6 +36,7 @@ const char help[] =
     "usage: naro-scene --sheet FILE.png [--columns N] [--truth] SCENE@SECONDS...\n"
     "       naro-scene --recognise [--every SECONDS] [--within METRES] [SCENE...]\n"
     "       naro-scene --pictures DIR [--every SECONDS] [--seconds N] [SCENE...]\n"
+    "       naro-scene --speed SCENE@SECONDS...\n"
     "\n"
     "With --sheet: draws moments of scenes (see naro_camera --scenes) into one picture, as the camera sees "
     "them.\n"
@@ -54,6 +56,10 @@ const char help[] =
     "them.\n"
     "Pictures with somebody who is half hidden are left out.\n"
     "  --seconds N     of scenes that do not end (3600)\n"
+    "\n"
+    "With --speed: draws a hundred pictures from each moment on, and tells the processor time of one, on one "
+    "core, and how\n"
+    "many a second that makes.\n"
     "\n"
     "  --help          this text\n";
 
@@ -133,7 +139,8 @@ AVFrame *picture_at(uint64_t number)
     return rendered_picture(number);
 }
 
-bool sheet_moment(const char *what)
+// Takes SCENE@SECONDS apart. False after saying that it is not that.
+bool read_moment(const char *what, std::string *scene, uint64_t *number)
 {
     const char *at = strrchr(what, '@');
     char *end = nullptr;
@@ -142,11 +149,20 @@ bool sheet_moment(const char *what)
         desk_say("a moment is SCENE@SECONDS, not \"%s\"", what);
         return false;
     }
-    const std::string scene(what, static_cast<size_t>(at - what));
+    scene->assign(what, static_cast<size_t>(at - what));
+    *number = static_cast<uint64_t>(llround(seconds * 1000 / RENDERED_STEP_MS));
+    return true;
+}
+
+bool sheet_moment(const char *what)
+{
+    std::string scene;
+    uint64_t number;
+    if (!read_moment(what, &scene, &number))
+        return false;
     const rendered_settings settings = {scene.c_str(), false, true, false};
     if (rendered_open(&settings) != 0)
         return false;
-    const uint64_t number = static_cast<uint64_t>(llround(seconds * 1000 / RENDERED_STEP_MS));
     AVFrame *frame = picture_at(number);
     if (frame) {
         frame_result shown = {};
@@ -155,6 +171,39 @@ bool sheet_moment(const char *what)
     }
     const bool done = frame != nullptr;
     av_frame_free(&frame);
+    rendered_close();
+    return done;
+}
+
+double processor_seconds(void)
+{
+    timespec now;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+bool speed_from(const char *what)
+{
+    const int pictures = 100;
+    std::string scene;
+    uint64_t number;
+    if (!read_moment(what, &scene, &number))
+        return false;
+    const rendered_settings settings = {scene.c_str(), true, false, false};
+    if (rendered_open(&settings) != 0)
+        return false;
+    double begun = 0; // the first pictures build what is built once
+    bool done = true;
+    for (int i = -10; done && i < pictures; i++) {
+        if (i == 0)
+            begun = processor_seconds();
+        AVFrame *frame = rendered_picture(number++);
+        done = frame != nullptr;
+        av_frame_free(&frame);
+    }
+    const double each = (processor_seconds() - begun) / pictures;
+    if (done)
+        printf("%-32s %6.1f ms a picture, %5.1f a second\n", what, 1000 * each, 1 / each);
     rendered_close();
     return done;
 }
@@ -352,18 +401,14 @@ int main(int argc, char **argv)
 {
     desk_set_program("naro-scene");
     render_prepare();
-    static const option options[] = {{"sheet", required_argument, nullptr, 's'},
-                                     {"recognise", no_argument, nullptr, 'r'},
-                                     {"columns", required_argument, nullptr, 'c'},
-                                     {"truth", no_argument, nullptr, 't'},
-                                     {"every", required_argument, nullptr, 'e'},
-                                     {"within", required_argument, nullptr, 'w'},
-                                     {"misses", required_argument, nullptr, 'm'},
-                                     {"pictures", required_argument, nullptr, 'p'},
-                                     {"seconds", required_argument, nullptr, 'n'},
-                                     {"help", no_argument, nullptr, 'h'},
-                                     {}};
-    bool recognising = false;
+    static const option options[] = {
+        {"sheet", required_argument, nullptr, 's'},   {"recognise", no_argument, nullptr, 'r'},
+        {"columns", required_argument, nullptr, 'c'}, {"truth", no_argument, nullptr, 't'},
+        {"every", required_argument, nullptr, 'e'},   {"within", required_argument, nullptr, 'w'},
+        {"misses", required_argument, nullptr, 'm'},  {"pictures", required_argument, nullptr, 'p'},
+        {"seconds", required_argument, nullptr, 'n'}, {"speed", no_argument, nullptr, 'v'},
+        {"help", no_argument, nullptr, 'h'},          {}};
+    bool recognising = false, measuring = false;
     for (int option; (option = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
         switch (option) {
         case 's':
@@ -390,6 +435,9 @@ int main(int argc, char **argv)
         case 'p':
             run.pictures = optarg;
             break;
+        case 'v':
+            measuring = true;
+            break;
         case 'n':
             run.seconds = number_of("--seconds", optarg, 1, 1e7);
             break;
@@ -402,15 +450,18 @@ int main(int argc, char **argv)
         }
     }
     std::vector<std::string> names(argv + optind, argv + argc);
-    if (recognising + (run.sheet != nullptr) + (run.pictures != nullptr) != 1 ||
-        (run.sheet && names.empty())) {
+    if (recognising + measuring + (run.sheet != nullptr) + (run.pictures != nullptr) != 1 ||
+        ((run.sheet || measuring) && names.empty())) {
         fputs(help, stderr);
         return 2;
     }
     bool done = true;
     if (!run.sheet && names.empty())
         names = world_names();
-    if (recognising) {
+    if (measuring) {
+        for (const std::string &name : names)
+            done = speed_from(name.c_str()) && done;
+    } else if (recognising) {
         done = recognise(names);
     } else if (run.pictures) {
         done = write_pictures(names);
