@@ -23,9 +23,8 @@ namespace
 {
 
 // A person who walks at 1.4 m/s past 3 m away crosses a pixel of the analysis picture in about 15 ms: longer exposures are
-// averaged from two moments.
-const float BLUR_STEP_US = 20000;
-const int BLUR_MOMENTS_MAX = 2;
+// averaged from two moments while anything moves.
+const float BLUR_FROM_US = 20000;
 
 struct {
     rendered_settings settings;
@@ -35,6 +34,7 @@ struct {
     render_picture view_light;
     sensor_state sensor, view_sensor;
     bool settled, view_settled;
+    bool moving; // something moved in the last picture
 
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // protects the rest, which other threads set and read
     bool controlled;
@@ -115,12 +115,19 @@ void meter(const render_picture *light)
     pthread_mutex_unlock(&state.mutex);
 }
 
-// Light of the exposure that ends at `time`, averaged over as many moments as its length asks for. The snapshot is
+bool moves(const truth_moment &truth)
+{
+    for (const truth_actor &actor : truth.actors)
+        if (actor.moves && actor.visible > 0)
+            return true;
+    return truth.view_moves || !truth.stirs.empty();
+}
+
+// Light of the exposure that ends at `time`, averaged over two moments if it is long. The snapshot is
 // left at `time`.
 int expose(double time, const sensor_state *sensor, int width, int height, render_picture *light)
 {
-    const int moments =
-        std::clamp(static_cast<int>(ceilf(sensor->exposure_us / BLUR_STEP_US)), 1, BLUR_MOMENTS_MAX);
+    const int moments = sensor->exposure_us > BLUR_FROM_US && state.moving ? 2 : 1;
     world_controls room;
     const world_controls *controls = current_controls(&room);
     for (int i = 0; i < moments; i++) {
@@ -196,7 +203,7 @@ int rendered_open(const rendered_settings *settings)
     }
     state.sensor = state.view_sensor = sensor_state();
     state.sensor.seed = state.view_sensor.seed = world_seed(state.scene);
-    state.settled = state.view_settled = false;
+    state.settled = state.view_settled = state.moving = false;
     return 0;
 }
 
@@ -225,6 +232,7 @@ AVFrame *rendered_picture(uint64_t number)
     }
     meter(&state.light);
     world_truth(state.scene, &state.snapshot, number, &extra->truth);
+    state.moving = moves(extra->truth);
     return frame;
 }
 

@@ -17,6 +17,10 @@ struct render_picture {
     std::vector<float> light;
 };
 
+// Tells the software rasteriser to draw on the caller's thread alone: it would start one for every core, all but asleep at
+// our sizes, and the cores belong to the program that is watched. Who wants them sets LP_NUM_THREADS. Changes the
+// environment: before threads start.
+void render_prepare(void);
 // Opens the display. `gpu`: a graphics card where there is one; otherwise the software rasteriser, which gives the
 // same bytes in every run. 0, or -1 after saying why (desk_say).
 int render_start(bool gpu);

@@ -79,7 +79,7 @@ float beside(vec4 blob, vec3 inverse, float object)
 
 float shadow_here(void)
 {
-    // One tap of four texels, at another place for each texel of a block of 2 x 2: the picture is drawn at twice its
+    // One tap of four texels, at another place for each texel of a block of 2 x 2: the picture is drawn at about twice its
     // size, so that a pixel of it sees them all.
     vec4 seen_by_lamp = shadow * vec4(at + n * counts.z, 1.0);
     vec3 place = seen_by_lamp.xyz / seen_by_lamp.w * 0.5 + 0.5;
