@@ -100,9 +100,10 @@ class Acting(SystemTest):
                     ("night_mode", "3"), ("wdr", "on"), ("full_color", "off"), ("alarm_event", "1-1-1"))
         tools = [(self.start("naro-config", "set", key, value), key) for _ in range(8) for key, value in settings]
         taken = [key for tool, key in tools if tool.wait() == 0]  # a store that is busy for too long refuses
-        self.assertIn("alarm_event", taken)
+        self.assertGreater(len(taken), len(settings))
         for key, value in settings:
-            self.daemon.wait_for(f"[key={key}][value={value}]", times=taken.count(key))
+            if key in taken:
+                self.daemon.wait_for(f"[key={key}][value={value}]", times=taken.count(key))
         self.server.wait_for_more_requests(3)
         self.assertEqual(self.daemon.stop(), 255)
 
