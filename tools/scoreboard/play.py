@@ -71,9 +71,8 @@ class Player:
         for option, value in (("--truth", truth), ("--frames", frames), ("--record", record), ("--seconds", seconds)):
             if value is not None:
                 command += [option, str(value)]
-        if self.knows("--set"):
-            for key, value in settings_of(level).items():
-                command += ["--set", f"{key}={value}"]
+        for key, value in settings_of(level).items():
+            command += ["--set", f"{key}={value}"]
         with tempfile.TemporaryDirectory(prefix="naro-score-") as root:
             try:
                 done = subprocess.run(command, env={**os.environ, "NARO_ROOT": root}, stdin=subprocess.DEVNULL,
