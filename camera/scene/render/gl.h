@@ -82,6 +82,8 @@ extern const char *gl_library; // its file name; tests may name another before t
 int gl_open(bool gpu);
 // The context goes. The library stays loaded: its threads and exit handlers do not stand being unloaded.
 void gl_close(void);
+// Whether what is allocated from now on, on this thread, is the driver's to keep: the leak detector leaves it out.
+void gl_driver_may_keep(bool it_may);
 
 // A program of two shaders; `defines` stands behind the version line of both. 0 after saying why (with the driver's
 // own words), `what` names it then.

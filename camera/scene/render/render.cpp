@@ -159,36 +159,6 @@ static int make_textures(void)
     return 0;
 }
 
-void render_prepare(void)
-{
-    setenv("LP_NUM_THREADS", "0", 0);
-}
-
-int render_start(bool gpu)
-{
-    if (state.open) {
-        desk_say("the renderer is started already");
-        return -1;
-    }
-    if (gl_open(gpu))
-        return -1;
-    state.open = true;
-    state.batch = new batch();
-    state.values = new shader_frame();
-    state.plan = new resolve_plan();
-    state.drawn = new std::vector<uint32_t>();
-    state.texels = new std::vector<float>();
-    state.words = new std::vector<uint32_t>();
-    snprintf(state.device, sizeof state.device, "%s",
-             reinterpret_cast<const char *>(gl.GetString(GL_RENDERER)));
-    make_buffers();
-    if (make_programs() || make_textures() || !gl_fine("its start")) {
-        render_stop();
-        return -1;
-    }
-    return 0;
-}
-
 static void free_targets(void)
 {
     const GLuint targets[] = {state.surface_target, state.light_target};
@@ -200,10 +170,8 @@ static void free_targets(void)
     state.width = state.height = 0;
 }
 
-void render_stop(void)
+static void stop(void)
 {
-    if (!state.open)
-        return;
     for (GLuint program : state.surface)
         gl.DeleteProgram(program);
     gl.DeleteProgram(state.shadow);
@@ -225,6 +193,53 @@ void render_stop(void)
     delete state.texels;
     delete state.words;
     state = {};
+}
+
+static int start(bool gpu)
+{
+    if (gl_open(gpu))
+        return -1;
+    state.open = true;
+    state.batch = new batch();
+    state.values = new shader_frame();
+    state.plan = new resolve_plan();
+    state.drawn = new std::vector<uint32_t>();
+    state.texels = new std::vector<float>();
+    state.words = new std::vector<uint32_t>();
+    snprintf(state.device, sizeof state.device, "%s",
+             reinterpret_cast<const char *>(gl.GetString(GL_RENDERER)));
+    make_buffers();
+    if (make_programs() || make_textures() || !gl_fine("its start")) {
+        stop();
+        return -1;
+    }
+    return 0;
+}
+
+void render_prepare(void)
+{
+    setenv("LP_NUM_THREADS", "0", 0);
+}
+
+int render_start(bool gpu)
+{
+    if (state.open) {
+        desk_say("the renderer is started already");
+        return -1;
+    }
+    gl_driver_may_keep(true);
+    const int result = start(gpu);
+    gl_driver_may_keep(false);
+    return result;
+}
+
+void render_stop(void)
+{
+    if (!state.open)
+        return;
+    gl_driver_may_keep(true);
+    stop();
+    gl_driver_may_keep(false);
 }
 
 const char *render_device(void)
@@ -418,10 +433,13 @@ int render_draw(const scene_snapshot *snapshot, int width, int height, render_pi
 {
     if (begin(snapshot, width, height))
         return -1;
+    gl_driver_may_keep(true); // what it compiles when something is drawn for the first time
     if (state.values->counts.y > 0)
         draw_shadow();
     draw_surfaces();
-    if (draw_light())
+    const int drawn = draw_light();
+    gl_driver_may_keep(false);
+    if (drawn)
         return -1;
     state.texels->resize(static_cast<size_t>(state.width) * static_cast<size_t>(state.height) * BANDS);
     gl.ReadPixels(0, 0, state.width, state.height, GL_RGBA, GL_FLOAT, state.texels->data());
@@ -438,7 +456,9 @@ int render_actors(const scene_snapshot *snapshot, int width, int height, std::ve
 {
     if (begin(snapshot, width, height))
         return -1;
+    gl_driver_may_keep(true);
     draw_surfaces();
+    gl_driver_may_keep(false);
     state.words->resize(static_cast<size_t>(state.width) * static_cast<size_t>(state.height) * 4);
     gl.ReadPixels(0, 0, state.width, state.height, GL_RGBA_INTEGER, GL_UNSIGNED_INT, state.words->data());
     if (!gl_fine("drawing actors"))
