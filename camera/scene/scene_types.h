@@ -84,7 +84,7 @@ struct scene_mesh {
     std::vector<uint32_t> indices;
 };
 
-enum scene_pattern {
+enum scene_pattern : int {
     PATTERN_PLAIN,
     PATTERN_STRIPES_U, // bands across u, half `first`, half `second`
     PATTERN_STRIPES_V,
