@@ -14,7 +14,7 @@ gl_table gl;
 const char *gl_library = "libEGL.so.1";
 
 static struct {
-    void *library; // libEGL; stays for good
+    void *driver; // libEGL; stays for good
     EGLDisplay display;
     EGLContext context;
 } state = {nullptr, EGL_NO_DISPLAY, EGL_NO_CONTEXT};
@@ -46,7 +46,7 @@ static bool has_word(const char *list, const char *word)
 
 template <typename function> static bool find(function *pointer, const char *name)
 {
-    void *symbol = dlsym(state.library, name);
+    void *symbol = dlsym(state.driver, name);
     if (!symbol && egl.GetProcAddress)
         symbol = reinterpret_cast<void *>(egl.GetProcAddress(name));
     *pointer = reinterpret_cast<function>(symbol);
@@ -55,9 +55,9 @@ template <typename function> static bool find(function *pointer, const char *nam
 
 static int load_library(void)
 {
-    if (!state.library) {
-        state.library = dlopen(gl_library, RTLD_NOW | RTLD_GLOBAL);
-        if (!state.library) {
+    if (!state.driver) {
+        state.driver = dlopen(gl_library, RTLD_NOW | RTLD_GLOBAL);
+        if (!state.driver) {
             desk_say("no graphics library: %s (Debian packages libegl1 and libgl1-mesa-dri)", dlerror());
             return -1;
         }
