@@ -1,6 +1,6 @@
-// Starting, watching and measuring the daemon.
+// Starting, watching and measuring the camera's children.
 //
-// The child gets a process group of its own, so that the terminal's Ctrl-C reaches the camera alone, which
+// A child gets a process group of its own, so that the terminal's Ctrl-C reaches the camera alone, which
 // then ends the daemon in good order; and the kernel ends it should the camera die. A pipe that closes on
 // exec tells whether the program could be started at all.
 #include "supervisor.h"
@@ -25,9 +25,13 @@
 namespace
 {
 
-struct {
-    struct ev_loop *loop;
+// One of them, over all its lives. The watchers' data points back to it.
+struct supervised {
+    const char *who;
+    const char *log_path;
+    struct ev_loop *loop; // null: not wanted
     supervisor_settings settings;
+    std::vector<char *> arguments; // of its program, made before any fork; the texts are the settings'
     ev_signal child;
     ev_timer again; // the next start
     ev_timer look;  // measures, bounds the log
@@ -40,9 +44,16 @@ struct {
     double cpu_before_s; // of those that have ended
     uint64_t peak_kib;
     int last_status;
+};
+
+struct {
+    supervised daemon, motor;
     bool stopping;
     void (*done)(void);
-} super;
+} super = {{"the daemon", SUPERVISOR_LOG, nullptr, {}, {}, {}, {}, {}, {}, 0, -1, 0, 0, 0, 0, 0, 0},
+           {"the motor", SUPERVISOR_MOTOR_LOG, nullptr, {}, {}, {}, {}, {}, {}, 0, -1, 0, 0, 0, 0, 0, 0},
+           false,
+           nullptr};
 
 double seconds(const timeval &time)
 {
@@ -90,27 +101,27 @@ uint64_t status_of(pid_t pid, const char *name)
     return value;
 }
 
-void measure(void)
+void measure(supervised *one)
 {
     // The kernel's own figure for a child that has ended counts our pages before its exec, too; this one does
     // not.
-    if (super.pid > 0)
-        super.peak_kib = std::max(super.peak_kib, status_of(super.pid, "VmHWM"));
+    if (one->pid > 0)
+        one->peak_kib = std::max(one->peak_kib, status_of(one->pid, "VmHWM"));
 }
 
-int open_log(void)
+int open_log(supervised *one)
 {
-    if (super.settings.verbose)
+    if (one->settings.verbose)
         return 0;
-    super.log = naro_open(SUPERVISOR_LOG, O_WRONLY | O_CREAT | O_APPEND | O_TRUNC | O_NOFOLLOW, 0600);
-    if (super.log >= 0)
+    one->log = naro_open(one->log_path, O_WRONLY | O_CREAT | O_APPEND | O_TRUNC | O_NOFOLLOW, 0600);
+    if (one->log >= 0)
         return 0;
-    desk_say("%s%s: %s", naro_root(), SUPERVISOR_LOG, strerror(errno));
+    desk_say("%s%s: %s", naro_root(), one->log_path, strerror(errno));
     return -1;
 }
 
 // In the child, between fork and exec: only what is allowed there. Does not return.
-[[noreturn]] void become_daemon(pid_t parent, int report)
+[[noreturn]] void become(const supervised *one, pid_t parent, int report)
 {
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     sigset_t none;
@@ -122,19 +133,18 @@ int open_log(void)
     signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(nothing, STDIN_FILENO);
-    if (super.log >= 0) {
-        dup2(super.log, STDOUT_FILENO);
-        dup2(super.log, STDERR_FILENO);
+    if (one->log >= 0) {
+        dup2(one->log, STDOUT_FILENO);
+        dup2(one->log, STDERR_FILENO);
     }
-    char *const arguments[] = {const_cast<char *>(super.settings.program), nullptr};
-    execv(super.settings.program, arguments);
+    execv(one->settings.program, one->arguments.data());
     const int error = errno;
     (void)!write(report, &error, sizeof error);
     _exit(127);
 }
 
 // 0, or the errno with which the program could not be started.
-int launch(void)
+int launch(supervised *one)
 {
     int report[2];
     if (pipe2(report, O_CLOEXEC) != 0)
@@ -142,7 +152,7 @@ int launch(void)
     const pid_t self = getpid();
     const pid_t pid = fork();
     if (pid == 0)
-        become_daemon(self, report[1]);
+        become(one, self, report[1]);
     int error = pid < 0 ? errno : 0;
     close(report[1]);
     if (pid > 0) {
@@ -158,73 +168,120 @@ int launch(void)
     close(report[0]);
     if (error != 0)
         return error;
-    super.pid = pid;
-    super.started_at_ms = naro_clock_monotonic_ms();
+    one->pid = pid;
+    one->started_at_ms = naro_clock_monotonic_ms();
     return 0;
 }
 
-void start_later(void)
+void start_later(supervised *one)
 {
-    ev_timer_stop(super.loop, &super.again);
-    ev_timer_set(&super.again, super.delay_ms / 1000., 0.);
-    ev_timer_start(super.loop, &super.again);
+    ev_timer_stop(one->loop, &one->again);
+    ev_timer_set(&one->again, one->delay_ms / 1000., 0.);
+    ev_timer_start(one->loop, &one->again);
 }
 
-void on_again(struct ev_loop *, ev_timer *, int)
+void on_again(struct ev_loop *, ev_timer *timer, int)
 {
-    const int error = launch();
+    supervised *one = static_cast<supervised *>(timer->data);
+    const int error = launch(one);
     if (error == 0) {
-        super.restarts++;
+        one->restarts++;
         return;
     }
-    super.delay_ms = supervisor_next_delay(super.delay_ms, 0);
-    desk_say("%s cannot be started: %s; trying again in %u.%u s", super.settings.program, strerror(error),
-             super.delay_ms / 1000, super.delay_ms % 1000 / 100);
-    start_later();
+    one->delay_ms = supervisor_next_delay(one->delay_ms, 0);
+    desk_say("%s cannot be started: %s; trying again in %u.%u s", one->settings.program, strerror(error),
+             one->delay_ms / 1000, one->delay_ms % 1000 / 100);
+    start_later(one);
 }
 
-void on_child(struct ev_loop *loop, ev_signal *, int)
+void done_if_all_have_ended(void)
 {
+    if (super.daemon.pid <= 0 && super.motor.pid <= 0)
+        super.done();
+}
+
+void on_child(struct ev_loop *loop, ev_signal *watcher, int)
+{
+    supervised *one = static_cast<supervised *>(watcher->data);
     int status;
     rusage used;
-    if (super.pid <= 0 || wait4(super.pid, &status, WNOHANG, &used) != super.pid)
+    if (one->pid <= 0 || wait4(one->pid, &status, WNOHANG, &used) != one->pid)
         return;
-    super.pid = 0;
-    super.last_status = status;
-    super.cpu_before_s += seconds(used.ru_utime) + seconds(used.ru_stime);
-    super.settings.on_end();
+    one->pid = 0;
+    one->last_status = status;
+    one->cpu_before_s += seconds(used.ru_utime) + seconds(used.ru_stime);
+    if (one->settings.on_end)
+        one->settings.on_end();
     if (super.stopping) {
-        ev_timer_stop(loop, &super.kill);
-        ev_timer_stop(loop, &super.look);
-        super.done();
+        ev_timer_stop(loop, &one->kill);
+        ev_timer_stop(loop, &one->look);
+        done_if_all_have_ended();
         return;
     }
-    super.delay_ms = supervisor_next_delay(super.delay_ms, naro_clock_monotonic_ms() - super.started_at_ms);
+    one->delay_ms = supervisor_next_delay(one->delay_ms, naro_clock_monotonic_ms() - one->started_at_ms);
     char what[64];
     supervisor_describe(status, what, sizeof what);
-    if (super.settings.verbose)
-        desk_say("the daemon has ended (%s); starting it again in %u.%u s", what, super.delay_ms / 1000,
-                 super.delay_ms % 1000 / 100);
+    if (one->settings.verbose)
+        desk_say("%s has ended (%s); starting it again in %u.%u s", one->who, what, one->delay_ms / 1000,
+                 one->delay_ms % 1000 / 100);
     else
-        desk_say("the daemon has ended (%s); starting it again in %u.%u s; its log: %s%s", what,
-                 super.delay_ms / 1000, super.delay_ms % 1000 / 100, naro_root(), SUPERVISOR_LOG);
-    start_later();
+        desk_say("%s has ended (%s); starting it again in %u.%u s; its log: %s%s", one->who, what,
+                 one->delay_ms / 1000, one->delay_ms % 1000 / 100, naro_root(), one->log_path);
+    start_later(one);
 }
 
-void on_look(struct ev_loop *, ev_timer *, int)
+void on_look(struct ev_loop *, ev_timer *timer, int)
 {
+    supervised *one = static_cast<supervised *>(timer->data);
     struct stat log;
-    measure();
-    if (super.log >= 0 && fstat(super.log, &log) == 0 && log.st_size > SUPERVISOR_LOG_MAX)
-        (void)!ftruncate(super.log, 0);
+    measure(one);
+    if (one->log >= 0 && fstat(one->log, &log) == 0 && log.st_size > SUPERVISOR_LOG_MAX)
+        (void)!ftruncate(one->log, 0);
 }
 
-void on_kill(struct ev_loop *, ev_timer *, int)
+void on_kill(struct ev_loop *, ev_timer *timer, int)
 {
-    if (super.pid <= 0)
+    const supervised *one = static_cast<const supervised *>(timer->data);
+    if (one->pid <= 0)
         return;
-    desk_say("the daemon does not end on SIGTERM; killed");
-    kill(super.pid, SIGKILL);
+    desk_say("%s does not end on SIGTERM; killed", one->who);
+    kill(one->pid, SIGKILL);
+}
+
+int start(supervised *one, struct ev_loop *loop, const supervisor_settings *settings)
+{
+    one->loop = loop;
+    one->settings = *settings;
+    one->arguments.assign(1, const_cast<char *>(settings->program));
+    for (std::string &argument : one->settings.arguments)
+        one->arguments.push_back(&argument[0]);
+    one->arguments.push_back(nullptr);
+    if (open_log(one) != 0)
+        return -1;
+    one->child.data = one->again.data = one->kill.data = one->look.data = one;
+    ev_signal_init(&one->child, on_child, SIGCHLD);
+    ev_signal_start(loop, &one->child);
+    ev_init(&one->again, on_again);
+    ev_init(&one->kill, on_kill);
+    ev_timer_init(&one->look, on_look, 1., 1.);
+    ev_timer_start(loop, &one->look);
+    const int error = launch(one);
+    if (error == 0)
+        return 0;
+    desk_say("%s cannot be started: %s", settings->program, strerror(error));
+    return -1;
+}
+
+void end(supervised *one)
+{
+    if (one->loop)
+        ev_timer_stop(one->loop, &one->again);
+    if (one->pid <= 0)
+        return;
+    measure(one);
+    kill(one->pid, SIGTERM);
+    ev_timer_set(&one->kill, SUPERVISOR_KILL_AFTER_MS / 1000., 0.);
+    ev_timer_start(one->loop, &one->kill);
 }
 
 } // namespace
@@ -246,51 +303,36 @@ unsigned supervisor_next_delay(unsigned last_ms, uint64_t ran_ms)
 
 int supervisor_start(struct ev_loop *loop, const supervisor_settings *settings)
 {
-    super.loop = loop;
-    super.settings = *settings;
-    if (open_log() != 0)
-        return -1;
-    ev_signal_init(&super.child, on_child, SIGCHLD);
-    ev_signal_start(loop, &super.child);
-    ev_init(&super.again, on_again);
-    ev_init(&super.kill, on_kill);
-    ev_timer_init(&super.look, on_look, 1., 1.);
-    ev_timer_start(loop, &super.look);
-    const int error = launch();
-    if (error == 0)
-        return 0;
-    desk_say("%s cannot be started: %s", settings->program, strerror(error));
-    return -1;
+    return start(&super.daemon, loop, settings);
+}
+
+int supervisor_start_motor(struct ev_loop *loop, const supervisor_settings *settings)
+{
+    return start(&super.motor, loop, settings);
 }
 
 void supervisor_stop(void (*done)(void))
 {
     super.stopping = true;
     super.done = done;
-    if (super.loop)
-        ev_timer_stop(super.loop, &super.again);
-    if (super.pid <= 0) {
-        done();
-        return;
-    }
-    measure();
-    kill(super.pid, SIGTERM);
-    ev_timer_set(&super.kill, SUPERVISOR_KILL_AFTER_MS / 1000., 0.);
-    ev_timer_start(super.loop, &super.kill);
+    end(&super.daemon);
+    end(&super.motor);
+    done_if_all_have_ended();
 }
 
 void supervisor_get_figures(supervisor_figures *figures)
 {
-    measure();
+    supervised *one = &super.daemon;
+    measure(one);
     *figures = {};
-    figures->pid = super.pid;
-    figures->restarts = super.restarts;
-    figures->cpu_s = super.cpu_before_s;
-    figures->peak_kib = super.peak_kib;
-    figures->last_status = super.last_status;
-    if (super.pid > 0) {
-        figures->up_ms = naro_clock_monotonic_ms() - super.started_at_ms;
-        figures->cpu_s += cpu_of(super.pid);
-        figures->threads = status_of(super.pid, "Threads");
+    figures->pid = one->pid;
+    figures->restarts = one->restarts;
+    figures->cpu_s = one->cpu_before_s;
+    figures->peak_kib = one->peak_kib;
+    figures->last_status = one->last_status;
+    if (one->pid > 0) {
+        figures->up_ms = naro_clock_monotonic_ms() - one->started_at_ms;
+        figures->cpu_s += cpu_of(one->pid);
+        figures->threads = status_of(one->pid, "Threads");
     }
 }
