@@ -108,7 +108,8 @@ inline bool motor_mailbox_lock_is_plain(uint32_t kind)
 // does with the text, so no text is ever read half written.
 inline void motor_mailbox_lock_init(motor_mailbox_word_lock *lock)
 {
-    for (uint32_t *word : {&lock->count, &lock->owner, &lock->users, &lock->list})
+    uint32_t *const zeros[] = {&lock->count, &lock->owner, &lock->users, &lock->list};
+    for (uint32_t *word : zeros)
         __atomic_store_n(word, 0, __ATOMIC_RELAXED);
     __atomic_store_n(&lock->kind, MOTOR_MAILBOX_LOCK_SHARED, __ATOMIC_RELAXED);
     __atomic_store_n(&lock->word, 0, __ATOMIC_RELEASE);
