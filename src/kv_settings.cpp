@@ -129,9 +129,9 @@ void apply_people_region(const char *, xpair *pair)
     int n[4];
     kv_value_numbers(pair->value, "#-#-#-#", n, 4);
     log_info("(x,y,w,h): %d-%d-%d-%d", n[0], n[1], n[2], n[3]);
-    // Crossed on purpose: the second and the third argument are the fourth and the second number, so that
-    // what is written as x-y-w-h is used as x1-y1-y2-x2.
-    kv_act(kv_actions.people_region_set, n[0], n[3], n[1], n[2]);
+    // Crossed on purpose: the setter takes both x before both y. What is called a width and a height here is
+    // used as the right and the lower edge.
+    kv_act(kv_actions.people_region_set, n[0], n[2], n[1], n[3]);
 }
 
 // ---- Light and picture ------------------------------------------------------------------------------------

@@ -16,7 +16,7 @@
 //   motor                 nvram  [h,v]                       the view's tilt, for a log line
 //   people_sensitivity    mem    1 to 5                      how sure the detector must be of a person
 //   alarm_event           mem    a-b-c                       alarm light: unused, 1 = flashing, seconds
-//   people_region_detect  mem    x-y-w-h                     where people are looked for, in 1/10000
+//   people_region_detect  mem    x1-y1-x2-y2                 where people are looked for, in 1/10000
 //   fav_area_rect         mem    JSON array of regions       care regions
 //
 // Which of them act today is in kv_actions.cpp: the modules of some are still to come.

@@ -146,7 +146,7 @@ const struct {
     {"motor", is_motor, "[HORIZONTAL,VERTICAL], two numbers"},
     {"night_mode", is_night_mode,
      "a digit: 0 or 3 automatic, 1 day, 2 night, 4 full colour, 5 smart, 6 lights off"},
-    {"people_region_detect", is_rectangle, "four numbers: A-B-C-D"},
+    {"people_region_detect", is_rectangle, "LEFT-TOP-RIGHT-BOTTOM: numbers in 1/10000 of the picture"},
     {"people_sensitivity", is_people_level, "a number from 1 to 5"},
     {"power", is_switch, switch_words},
     {"sdcard_rw", is_anything, "\"rdwr\", or anything else for a card that is not to be written"},

@@ -45,7 +45,7 @@ class Acting(SystemTest):
                 ("motion_region", "100", "mid_hchd_sensitivity_set mode  = 2"),
                 ("people_sensitivity", "5", "mid_hchd_people_sensitivity_set mode  = 5"),
                 ("people_region_detect", "0-0-5000-10000", "(x,y,w,h): 0-0-5000-10000"),
-                ("people_region_detect", "0-0-5000-10000", "[set_mid_people_region 97] perople_region:[0-0-320-96]")):
+                ("people_region_detect", "0-0-5000-10000", "[set_mid_people_region 97] perople_region:[0-0-160-192]")):
             self.daemon.wait_for(line, self.set(key, value))
         self.server.wait_for_more_requests(3)
         self.assertEqual(self.daemon.errors(), [])

@@ -471,12 +471,12 @@ TEST_F(KvSettingValues, PeopleRegionDetect)
                                const char *shown) {
         check({key, value, {std::string("people_region_set ") + set}, {std::string("(x,y,w,h): ") + shown}});
     };
-    // The second and the third argument are the fourth and the second number: crossed, deliberately.
-    region("people_region_detect", "10-20-30-40", "10 40 20 30", "10-20-30-40");
+    // The second and the third number change places, deliberately.
+    region("people_region_detect", "10-20-30-40", "10 30 20 40", "10-20-30-40");
     region("people_region_detect", "0-0-10000-10000", "0 10000 0 10000", "0-0-10000-10000");
-    region("people_region_detect", "1-2-3", "1 0 2 3", "1-2-3-0");
-    region("people_region_detect", "1--2-3-4", "1 4 -2 3", "1--2-3-4");
-    region("people_region_detect", "99999999999-1-2-3", "2147483647 3 1 2", "2147483647-1-2-3");
+    region("people_region_detect", "1-2-3", "1 3 2 0", "1-2-3-0");
+    region("people_region_detect", "1--2-3-4", "1 3 -2 4", "1--2-3-4");
+    region("people_region_detect", "99999999999-1-2-3", "2147483647 2 1 3", "2147483647-1-2-3");
     for (const std::string &value : strange)
         region("people_region_detect", value, "0 0 0 0", "0-0-0-0");
 }
@@ -485,7 +485,7 @@ TEST_F(KvSettingValues, PeopleRegionUnderAnyKey)
 {
     FakeResponse response("anything", "10-20-30-40");
     notify_cb_people_region_detect(&response, &handle);
-    EXPECT_THAT(acts.calls, ElementsAre("people_region_set 10 40 20 30"));
+    EXPECT_THAT(acts.calls, ElementsAre("people_region_set 10 30 20 40"));
 }
 
 TEST_F(KvSettingValues, TrackSwitch)
