@@ -1,6 +1,8 @@
 // The decisions of the day/night controller.
 #include "ircut_decide.h"
 
+#include <stddef.h>
+
 #include "light_modes.h"
 
 ircut_sample ircut_sample_of(const naro_isp_ev_attr &ev, const naro_isp_wb_attr &wb)
@@ -20,10 +22,26 @@ ircut_sample ircut_sample_of(const naro_isp_ev_attr &ev, const naro_isp_wb_attr 
     return sample;
 }
 
+// The conditions that hold as bits, the first lowest.
+template <size_t COUNT> static unsigned bits(const bool (&conditions)[COUNT])
+{
+    unsigned result = 0;
+    for (size_t i = 0; i < COUNT; i++)
+        result |= static_cast<unsigned>(conditions[i]) << i;
+    return result;
+}
+
+unsigned ircut_dark_reasons(const ircut_sample &s)
+{
+    return bits({
+        s.ev <= 3 && s.expr_us >= 66666 && s.again >= 14500 && s.gain_sum >= -7000,
+        s.ev == 0 && s.expr_us >= 95000,
+    });
+}
+
 bool ircut_dark(const ircut_sample &s)
 {
-    return (s.ev <= 3 && s.expr_us >= 66666 && s.again >= 14500 && s.gain_sum >= -7000) ||
-           (s.ev == 0 && s.expr_us >= 95000);
+    return ircut_dark_reasons(s) != 0;
 }
 
 bool ircut_dark_full_color(const ircut_sample &s)
@@ -39,13 +57,15 @@ bool ircut_dark_basic(const ircut_sample &s, int full_color)
 }
 
 // Infrared night: any of five pictures of a day.
-static bool bright_in_infrared(const ircut_sample &s)
+unsigned ircut_bright_reasons(const ircut_sample &s)
 {
-    return (s.ev >= 13 && s.again <= 13999 && s.expr_us >= 50000 && s.gain_sum <= -6100) ||
-           (s.ev >= 30 && s.again <= 6600 && s.expr_us <= 64999 && (s.rgain <= -1150 || s.bgain <= -2660)) ||
-           (s.ev >= 40 && s.again <= 3600 && s.expr_us <= 64999 && (s.rgain <= -250 || s.bgain <= -500)) ||
-           (s.ev >= 48 && s.again <= 4500 && s.expr_us <= 64999 && s.gain_sum <= 1800 && s.rgain <= -100) ||
-           (s.ev >= 85 && s.again <= 1000);
+    return bits({
+        s.ev >= 13 && s.again <= 13999 && s.expr_us >= 50000 && s.gain_sum <= -6100,
+        s.ev >= 30 && s.again <= 6600 && s.expr_us <= 64999 && (s.rgain <= -1150 || s.bgain <= -2660),
+        s.ev >= 40 && s.again <= 3600 && s.expr_us <= 64999 && (s.rgain <= -250 || s.bgain <= -500),
+        s.ev >= 48 && s.again <= 4500 && s.expr_us <= 64999 && s.gain_sum <= 1800 && s.rgain <= -100,
+        s.ev >= 85 && s.again <= 1000,
+    });
 }
 
 bool ircut_bright(const ircut_sample &s, int mode, int white_led_on, bool other_sensor)
@@ -53,12 +73,12 @@ bool ircut_bright(const ircut_sample &s, int mode, int white_led_on, bool other_
     switch (mode) {
     case NARO_IRCUT_MODE_AUTO:
     case NARO_IRCUT_MODE_AUTO_NIGHT_DAY:
-        return bright_in_infrared(s);
+        return ircut_bright_reasons(s) != 0;
     case NARO_IRCUT_MODE_AUTO_FULL_COLOR:
         return s.ev >= 50 && s.again <= 1849 && s.expr_us <= (other_sensor ? 50000u : 45000u) &&
                s.gain_sum <= -7001;
     case NARO_IRCUT_MODE_AUTO_SMART:
-        return white_led_on == 0 && bright_in_infrared(s);
+        return white_led_on == 0 && ircut_bright_reasons(s) != 0;
     default:
         return false;
     }

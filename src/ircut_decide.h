@@ -28,8 +28,10 @@ ircut_sample ircut_sample_of(const naro_isp_ev_attr &ev, const naro_isp_wb_attr 
 
 // ---- Day to night ----------------------------------------------------------------------------------------
 
-// Modes 0, 3 and 5.
+// Modes 0, 3 and 5: any of two conditions.
 bool ircut_dark(const ircut_sample &sample);
+// Which of them hold, bit 0 for the first in the source; reports name the condition that fired.
+unsigned ircut_dark_reasons(const ircut_sample &sample);
 // Mode 4. Deliberate: `bv` passes when it is at most -72000 read as unsigned, so every value that is not
 // negative passes too.
 bool ircut_dark_full_color(const ircut_sample &sample);
@@ -42,6 +44,8 @@ bool ircut_dark_basic(const ircut_sample &sample, int full_color);
 // mode 4 is measured with it lit, and knows a sensor (`other_sensor`, "/tmp/SSC3338") that exposes for
 // longer; the modes that decide nothing never count.
 bool ircut_bright(const ircut_sample &sample, int mode, int white_led_on, bool other_sensor);
+// Which of the five conditions of modes 0, 3 and 5 hold, bit 0 for the first in the source.
+unsigned ircut_bright_reasons(const ircut_sample &sample);
 // The basic controller.
 bool ircut_bright_basic(const ircut_sample &sample);
 

@@ -218,6 +218,23 @@ TEST(Bright, OtherModesNever)
         EXPECT_FALSE(ircut_bright(sample_of(255, 45000, 0, -9999, -9999, -9999), mode, 0, false)) << mode;
 }
 
+// ---- Reasons ---------------------------------------------------------------------------------------------
+
+TEST(Reasons, ABitForEachCondition)
+{
+    EXPECT_EQ(ircut_dark_reasons(sample_of(3, 66666, 14500, 0, 0, -7000)), 1u);
+    EXPECT_EQ(ircut_dark_reasons(sample_of(0, 95000, 0, 0, 0, 0)), 2u);
+    EXPECT_EQ(ircut_dark_reasons(sample_of(0, 95000, 14500, 0, 0, 0)), 3u);
+    EXPECT_EQ(ircut_dark_reasons(sample_of(4, 95000, 14500, 0, 0, 0)), 0u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(13, 50000, 13999, 0, 0, -6100)), 1u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(30, 64999, 6600, -1150, 0, 1801)), 2u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(40, 64999, 3600, -250, 0, 1801)), 4u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(48, 64999, 4500, -100, 0, 1800)), 8u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(85, 65000, 1000, 0, 0, 0)), 16u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(85, 50000, 1000, -1150, -500, -6100)), 31u);
+    EXPECT_EQ(ircut_bright_reasons(sample_of(12, 50000, 13999, 0, 0, -6100)), 0u);
+}
+
 // ---- Counting --------------------------------------------------------------------------------------------
 
 TEST(Count, InARow)
