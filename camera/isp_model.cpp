@@ -11,15 +11,8 @@ namespace
 
 enum { GAIN_1X = 1024 };
 
-// The exposure program: between two nodes one member grows with the product. 10 ms is the flicker period of mains light
-// at 50 Hz; 33.3 and 66.7 ms are 30 and 15 pictures a second. The analogue gain starts at a quarter: the sensor's low
-// conversion gain.
-const isp_exposure nodes[] = {
-    {30, 256, 1024},      {10000, 256, 1024},   {10000, 1024, 1024},
-    {33333, 1024, 1024},  {33333, 4096, 1024},  {66667, 4096, 1024},
-    {66667, 16384, 1024}, {66667, 16384, 4096}, {100000, 16384, 4096},
-};
-const size_t NODES = sizeof nodes / sizeof *nodes;
+const double METER = 12.5; // K of ISO 2720, in cd s/m2: the reflected-light meters' common choice
+const double PRODUCT_UNIT = 1e6 * GAIN_1X; // microseconds x 1024ths in a second at 1x
 
 double product_of(const isp_exposure &node)
 {
@@ -40,11 +33,24 @@ uint32_t signed_word(double value)
 
 } // namespace
 
-isp_exposure isp_exposure_program(double product)
+isp_exposure isp_exposure_program(const isp_program *p, double product)
 {
+    // Between two nodes one member grows with the product.
+    const isp_exposure nodes[] = {
+        {p->shortest_us, p->again_low, GAIN_1X},
+        {p->flicker_us, p->again_low, GAIN_1X},
+        {p->flicker_us, GAIN_1X, GAIN_1X},
+        {p->frame_us, GAIN_1X, GAIN_1X},
+        {p->frame_us, p->again_mid, GAIN_1X},
+        {p->slow_us, p->again_mid, GAIN_1X},
+        {p->slow_us, p->again_high, GAIN_1X},
+        {p->slow_us, p->again_high, p->dgain_high},
+        {p->longest_us, p->again_high, p->dgain_high},
+    };
+    const size_t count = sizeof nodes / sizeof *nodes;
     if (product <= product_of(nodes[0]))
         return nodes[0];
-    for (size_t i = 1; i < NODES; i++) {
+    for (size_t i = 1; i < count; i++) {
         if (product > product_of(nodes[i]))
             continue;
         const double grow = product / product_of(nodes[i - 1]);
@@ -55,7 +61,14 @@ isp_exposure isp_exposure_program(double product)
                 found.*member *= grow;
         return found;
     }
-    return nodes[NODES - 1];
+    return nodes[count - 1];
+}
+
+double isp_exposure_product(const isp_constants *constants, double luminance)
+{
+    const double exposure =
+        METER * constants->f_number * constants->f_number / (constants->iso_speed * luminance);
+    return exposure * PRODUCT_UNIT;
 }
 
 void isp_model_step(const isp_constants *constants, isp_metering *metering, const isp_light *light,
@@ -77,7 +90,8 @@ void isp_model_step(const isp_constants *constants, isp_metering *metering, cons
     metering->blue += (blue - metering->blue) * part;
 
     const double believed = exp2(metering->log_signal), ev = constants->ev_per_luminance * believed;
-    const isp_exposure set = isp_exposure_program(constants->exposure_product / ev);
+    const isp_exposure set =
+        isp_exposure_program(&constants->program, isp_exposure_product(constants, believed));
     *exposure = {{word(ev), signed_word(constants->bv_per_stop * log2(believed / constants->bv_reference)),
                   word(set.expr_us), word(set.again), word(set.dgain), 0, 0}};
     *white_balance = {{static_cast<int32_t>(signed_word(metering->red)),

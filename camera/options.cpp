@@ -45,7 +45,7 @@ const char help[] =
     "  --truth FILE     of a scene: write what is really to be seen in each frame, one JSON object a line\n"
     "  --set KEY=VALUE  a setting of the configuration service, set before the first frame; may be repeated\n"
     "  --lights WHO     who drives filter and lamps of a scene: scene (its own file; the default) or daemon\n"
-    "  --lux FILE       a schedule of light that the ISP reports: lines of seconds and lux (camera/light.h)\n"
+    "  --lux FILE       a schedule of light that the ISP reports: lines of seconds and lux (docs/camera.md)\n"
     "  --gpu            draw scenes with a graphics card where there is one; without it they come out the "
     "same in\n"
     "                   every run on a machine\n"

@@ -7,6 +7,8 @@
 namespace
 {
 
+const isp_program program;
+
 struct Model : testing::Test {
     void step(double visible, double infrared, bool filter, double seconds = 10)
     {
@@ -29,16 +31,16 @@ struct Model : testing::Test {
 TEST(ExposureProgram, GivesTheProductThatWasAskedFor)
 {
     for (double wanted = 1e4; wanted < 6e9; wanted *= 1.07) {
-        const isp_exposure set = isp_exposure_program(wanted);
+        const isp_exposure set = isp_exposure_program(&program, wanted);
         EXPECT_NEAR(set.expr_us * set.again * set.dgain / 1024 / wanted, 1, 1e-9) << wanted;
     }
 }
 
 TEST(ExposureProgram, GrowsInEveryMember)
 {
-    isp_exposure last = isp_exposure_program(1);
+    isp_exposure last = isp_exposure_program(&program, 1);
     for (double wanted = 1e3; wanted < 1e11; wanted *= 1.03) {
-        const isp_exposure set = isp_exposure_program(wanted);
+        const isp_exposure set = isp_exposure_program(&program, wanted);
         EXPECT_GE(set.expr_us, last.expr_us * (1 - 1e-12));
         EXPECT_GE(set.again, last.again * (1 - 1e-12));
         EXPECT_GE(set.dgain, last.dgain * (1 - 1e-12));
@@ -48,9 +50,9 @@ TEST(ExposureProgram, GrowsInEveryMember)
 
 TEST(ExposureProgram, HasEnds)
 {
-    EXPECT_EQ(isp_exposure_program(0).expr_us, 30);
-    EXPECT_EQ(isp_exposure_program(0).again, 256);
-    const isp_exposure dark = isp_exposure_program(1e30);
+    EXPECT_EQ(isp_exposure_program(&program, 0).expr_us, 30);
+    EXPECT_EQ(isp_exposure_program(&program, 0).again, 256);
+    const isp_exposure dark = isp_exposure_program(&program, 1e30);
     EXPECT_EQ(dark.expr_us, 100000);
     EXPECT_EQ(dark.again, 16384);
     EXPECT_EQ(dark.dgain, 4096);
@@ -58,8 +60,18 @@ TEST(ExposureProgram, HasEnds)
 
 TEST(ExposureProgram, LengthensTheShutterLast)
 {
-    EXPECT_EQ(isp_exposure_program(66667. * 16384 * 3.9).expr_us, 66667);
-    EXPECT_GT(isp_exposure_program(66667. * 16384 * 4.1).expr_us, 66667);
+    EXPECT_EQ(isp_exposure_program(&program, 66667. * 16384 * 3.9).expr_us, 66667);
+    EXPECT_GT(isp_exposure_program(&program, 66667. * 16384 * 4.1).expr_us, 66667);
+}
+
+TEST_F(Model, ExposesByTheLawOfMeters)
+{
+    // 127 lux on 40 % send back 16.2 cd/m2: K N^2 / (S L) = 12.5 x 4 / (440 x 16.2) seconds at 1x.
+    EXPECT_NEAR(isp_exposure_product(&constants, 16.2) / 1024 / 1e6, 50 / (440 * 16.2), 1e-9);
+    step(16.2, 0, true);
+    EXPECT_NEAR(product() / 1024 / 1e6, 50 / (440 * 16.2), 1e-5);
+    constants.f_number = 4;
+    EXPECT_NEAR(isp_exposure_product(&constants, 16.2) / 1024 / 1e6, 200 / (440 * 16.2), 1e-9);
 }
 
 TEST_F(Model, TwiceTheLightIsTwiceTheEvHalfTheExposureAndOneStop)
@@ -77,7 +89,7 @@ TEST_F(Model, TwiceTheLightIsTwiceTheEvHalfTheExposureAndOneStop)
 
 TEST_F(Model, AtTheReferenceBvIsZero)
 {
-    step(3.4, 0, true);
+    step(3.426, 0, true);
     EXPECT_EQ(bv(), 0);
 }
 

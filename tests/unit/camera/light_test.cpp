@@ -112,6 +112,19 @@ TEST(Schedule, LightChangesByEqualFactors)
     EXPECT_EQ(light_schedule_at(schedule, 1e6).lux, 1);
 }
 
+TEST(Schedule, GrowingTimesAreFoundFromWhereTheLastOneWas)
+{
+    const std::vector<light_moment> schedule = parsed("0 1\n10 2\n10 50\n20 50\n40 5\n");
+    size_t from = 0;
+    for (double seconds = 0; seconds < 60; seconds += 0.5) {
+        const light_moment found = light_schedule_at(schedule, seconds, &from);
+        const light_moment expected = light_schedule_at(schedule, seconds);
+        EXPECT_EQ(found.lux, expected.lux) << seconds;
+        EXPECT_EQ(found.infrared, expected.infrared) << seconds;
+    }
+    EXPECT_EQ(from, schedule.size());
+}
+
 TEST(Schedule, ALampIsSwitchedAtOnceAndDarknessIsReached)
 {
     const std::vector<light_moment> schedule = parsed("0 0\n10 0\n10 50\n20 50\n40 0\n");
@@ -140,6 +153,22 @@ TEST(Room, SendsBackItsShareAndTheLamps)
     const double half = light_of_room({0, 100, 80}, board).infrared - led.infrared;
     board.pwm_percent = 100;
     EXPECT_NEAR(light_of_room({0, 100, 80}, board).infrared - led.infrared, 2 * half, 1e-9);
+}
+
+TEST(Room, IsAsItIsSaidToBe)
+{
+    board_state board;
+    board_init(&board);
+    room_constants white;
+    white.reflectance = 0.8;
+    EXPECT_NEAR(light_of_room({0, 100, 80}, board, white).visible, 80 / M_PI, 1e-9);
+    white.white_led_lux = 50;
+    white.ir_led = 7;
+    white.ir_lamp = 20;
+    board.high[BOARD_WHITE_LED] = board.high[BOARD_IR_LED] = true;
+    board.pwm_percent = 50;
+    EXPECT_NEAR(light_of_room({0, 100, 80}, board, white).visible, 0.8 * 150 / M_PI, 1e-9);
+    EXPECT_NEAR(light_of_room({0, 100, 80}, board, white).infrared, 0.8 * 97 / M_PI, 1e-9);
 }
 
 struct Light : testing::Test {
