@@ -14,11 +14,13 @@ extern "C" {
 #include "desk.h"
 #include "event_channels.h"
 #include "events.h"
+#include "motor_head.h"
 #include "naro_util.h"
 #include "picture.h"
 #include "shbf.h"
 #include "shbfev.h"
 #include "source.h"
+#include "wide.h"
 
 namespace
 {
@@ -76,6 +78,7 @@ struct {
     uint64_t play_ms;     // source time
     uint64_t asked_at_ms; // monotonic; the last request
 
+    bool wide_trouble; // that a picture could not be cut was said
     bool source_over;
     bool failed;
     bool ended;
@@ -152,9 +155,24 @@ void end_if_done(void)
 // ---- Sending
 // -------------------------------------------------------------------------------------------------
 
+// Cuts the picture to what the camera's head looks at.
+void look(AVFrame *picture)
+{
+    float pan = 0, tilt = 0;
+    if (!(road.settings.wide > 0))
+        return;
+    (void)motor_head_at(0, &pan, &tilt);
+    if (wide_cut(picture, road.settings.wide, static_cast<double>(pan), static_cast<double>(tilt)) ||
+        road.wide_trouble)
+        return;
+    desk_say("--wide: no window can be cut out of this picture; all of it is shown");
+    road.wide_trouble = true;
+}
+
 // Fills a message; false when the picture cannot be converted.
 bool fill(message *to, const source_picture &picture)
 {
+    look(picture.frame);
     to->header = {};
     to->header.width = htole32(ANALYSIS_WIDTH);
     to->header.height = htole32(ANALYSIS_HEIGHT);

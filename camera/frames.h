@@ -45,6 +45,8 @@ struct frames_settings {
     bool keep_pictures; // results carry the picture
     void (*on_result)(const frame_result *result);
     void (*on_end)(bool failed); // nothing more to send, and everything sent has been heard of
+    double
+        wide; // above 0: of each picture only a window of that share, where the camera's head looks (wide.h)
 };
 
 struct frames_counts {

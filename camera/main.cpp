@@ -4,9 +4,11 @@
 // Start: root, command socket, channels, source, daemon. End: nothing more to send or a signal, the daemon by
 // SIGTERM, the summary.
 #include <ev.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <string>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -17,6 +19,7 @@ extern "C" {
 #include "desk.h"
 #include "frames.h"
 #include "light.h"
+#include "motor_head.h"
 #include "naro_util.h"
 #include "options.h"
 #include "output.h"
@@ -78,6 +81,19 @@ void on_result(const frame_result *result)
         stop(); // nobody reads on
 }
 
+// The motor's program lies beside this one, as the daemon does.
+int start_motor(void)
+{
+    static char path[PATH_MAX + sizeof "naro_motor"]; // as long as it may be started again
+    options_beside("naro_motor", path, sizeof path);
+    supervisor_settings motor = {path, camera.options.verbose, nullptr};
+    for (const std::string &setting : camera.options.motor_settings) {
+        motor.arguments.emplace_back("--set");
+        motor.arguments.push_back(setting);
+    }
+    return supervisor_start_motor(camera.loop, &motor);
+}
+
 int start(void)
 {
     const camera_options &options = camera.options;
@@ -106,6 +122,9 @@ int start(void)
     frames.on_send = output_sent;
     frames.on_result = on_result;
     frames.on_end = on_frames_end;
+    frames.wide = options.wide;
+    if (options.motor && motor_head_start() != 0)
+        return -1;
     if (frames_start(camera.loop, &frames) != 0)
         return -1;
     if (output_start(camera.loop, &options) != 0)
@@ -115,6 +134,7 @@ int start(void)
     source.loop = options.loop;
     source.view = options.record || options.window;
     source.gpu = options.gpu;
+    source.head = options.motor ? motor_head_at : nullptr;
     source.wake = frames_wake;
     if (source_start(&source) != 0)
         return -1;
@@ -125,6 +145,8 @@ int start(void)
     light.rendered = rendered_is_scene(options.source, &scene);
     light.daemon = options.daemon_lights;
     if (light_start(camera.loop, &light) != 0)
+        return -1;
+    if (options.motor && start_motor() != 0)
         return -1;
     if (!options.daemon)
         return 0;
@@ -166,6 +188,7 @@ int main(int argc, char **argv)
     output_stop();
     source_stop();
     frames_stop();
+    motor_head_stop();
     light_stop();
     settings_stop();
     board_stop();

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "desk.h"
+#include "motor_model.h"
 #include "rendered.h"
 #include "world.h"
 
@@ -46,6 +47,14 @@ const char help[] =
     "  --set KEY=VALUE  a setting of the configuration service, set before the first frame; may be repeated\n"
     "  --lights WHO     who drives filter and lamps of a scene: scene (its own file; the default) or daemon\n"
     "  --lux FILE       a schedule of light that the ISP reports: lines of seconds and lux (docs/camera.md)\n"
+    "  --no-motor       the view does not turn; without it, a motor's process turns it as the daemon asks "
+    "(setting\n"
+    "                   track_switch), in a scene or, with --wide, in a video. --fast goes without a motor\n"
+    "  --motor KEY=VALUE  another motor than the usual one; may be repeated (naro_motor --help lists the "
+    "keys)\n"
+    "  --wide SHARE     of a video, show a window of that share (0.1 to 1) of the largest that has the "
+    "analysis\n"
+    "                   picture's shape; the motor moves it about in the video\n"
     "  --gpu            draw scenes with a graphics card where there is one; without it they come out the "
     "same in\n"
     "                   every run on a machine\n"
@@ -90,7 +99,10 @@ enum {
     LONG_SET,
     LONG_FRAMES,
     LONG_LIGHTS,
-    LONG_LUX
+    LONG_LUX,
+    LONG_NO_MOTOR,
+    LONG_MOTOR,
+    LONG_WIDE
 };
 
 const option long_options[] = {
@@ -103,6 +115,9 @@ const option long_options[] = {
     {"frames", required_argument, nullptr, LONG_FRAMES},
     {"lights", required_argument, nullptr, LONG_LIGHTS},
     {"lux", required_argument, nullptr, LONG_LUX},
+    {"no-motor", no_argument, nullptr, LONG_NO_MOTOR},
+    {"motor", required_argument, nullptr, LONG_MOTOR},
+    {"wide", required_argument, nullptr, LONG_WIDE},
     {"fast", no_argument, nullptr, LONG_FAST},
     {"seconds", required_argument, nullptr, LONG_SECONDS},
     {"record", required_argument, nullptr, LONG_RECORD},
@@ -147,6 +162,30 @@ bool read_listeners(const char *text, int *count)
     return true;
 }
 
+bool read_motor(const char *text, camera_options *options)
+{
+    motor_parameters motor = motor_parameters_usual();
+    std::string error;
+    options->motor_settings.emplace_back(text);
+    for (const std::string &setting : options->motor_settings) {
+        if (motor_parameter_set(&motor, setting.c_str(), &error) != 0) {
+            desk_say("--motor \"%s\": %s", text, error.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool read_wide(const char *text, double *share)
+{
+    char *end;
+    *share = strtod(text, &end);
+    if (end != text && !*end && *share >= 0.1 && *share <= 1)
+        return true;
+    desk_say("--wide wants a number from 0.1 to 1, not \"%s\"", text);
+    return false;
+}
+
 bool read_setting(const char *text, camera_options *options)
 {
     const char *sign = strchr(text, '=');
@@ -161,13 +200,8 @@ bool read_setting(const char *text, camera_options *options)
 // The daemon lies beside this program, wherever that was started from.
 const char *daemon_beside(void)
 {
-    static char path[PATH_MAX + 1 + sizeof "naro_algo"];
-    const ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);
-    if (length <= 0)
-        return "naro_algo";
-    path[length] = '\0';
-    char *slash = strrchr(path, '/');
-    memcpy(slash ? slash + 1 : path, "naro_algo", sizeof "naro_algo");
+    static char path[PATH_MAX + sizeof "naro_algo"];
+    options_beside("naro_algo", path, sizeof path);
     return path;
 }
 
@@ -184,10 +218,22 @@ void list_scenes(void)
 
 } // namespace
 
+void options_beside(const char *program, char *path, size_t size)
+{
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    self[length > 0 ? length : 0] = '\0';
+    char *slash = strrchr(self, '/');
+    if (slash)
+        slash[1] = '\0';
+    snprintf(path, size, "%s%s", self, program);
+}
+
 int options_parse(int argc, char **argv, camera_options *options)
 {
     *options = {};
     options->daemon = daemon_beside();
+    options->motor = true;
     options->listeners = 1;
     int choice;
     optind = 0; // from the beginning, also when it was here before
@@ -224,6 +270,17 @@ int options_parse(int argc, char **argv, camera_options *options)
             break;
         case LONG_LUX:
             options->lux = optarg;
+            break;
+        case LONG_NO_MOTOR:
+            options->motor = false;
+            break;
+        case LONG_MOTOR:
+            if (!read_motor(optarg, options))
+                return -1;
+            break;
+        case LONG_WIDE:
+            if (!read_wide(optarg, &options->wide))
+                return -1;
             break;
         case LONG_FAST:
             options->fast = true;
@@ -279,7 +336,17 @@ int options_parse(int argc, char **argv, camera_options *options)
         options->source = "scene:" RENDERED_DEFAULT;
         options->loop = true;
     }
+    // A motor turns in its own time, which --fast leaves behind; and a run would not be the same twice.
+    if (options->fast && !options->motor_settings.empty()) {
+        desk_say("--fast goes without a motor");
+        return -1;
+    }
+    options->motor = options->motor && !options->fast;
     const char *scene;
+    if (options->wide > 0 && rendered_is_scene(options->source, &scene)) {
+        desk_say("--wide is for videos: in a scene the camera itself turns");
+        return -1;
+    }
     if (options->truth && !rendered_is_scene(options->source, &scene)) {
         desk_say("--truth is for scenes: of \"%s\" nobody knows it", options->source);
         return -1;

@@ -25,6 +25,10 @@ namespace
 // A person who walks at 1.4 m/s past 3 m away crosses a pixel of the analysis picture in about 15 ms: longer exposures are
 // averaged from two moments while anything moves.
 const float BLUR_FROM_US = 20000;
+// A head that turns smears every picture: as many moments of an exposure are drawn as it passes pixels meanwhile, and no
+// more than this many.
+const int BLUR_MOMENTS_MAX = 4;
+const float TURNED = 0.02f; // degrees; the gears' play and a step are larger
 
 struct {
     rendered_settings settings;
@@ -35,6 +39,8 @@ struct {
     sensor_state sensor, view_sensor;
     bool settled, view_settled;
     bool moving; // something moved in the last picture
+    bool aimed;  // there was a last picture, and it looked there:
+    float pan, tilt;
 
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // protects the rest, which other threads set and read
     bool controlled;
@@ -90,14 +96,27 @@ double time_of(uint64_t number)
     return state.settings.loop && length > 0 ? fmod(time, length) : time;
 }
 
-// What the camera's other parts have set; null: the scene's own holds.
-const world_controls *current_controls(world_controls *room)
+// What the camera's other parts have set, so long before the moment that is drawn; null: the scene's own holds.
+const world_controls *current_controls(double before_s, world_controls *room)
 {
     pthread_mutex_lock(&state.mutex);
     *room = state.controls;
-    const bool controlled = state.controlled;
+    bool controlled = state.controlled;
     pthread_mutex_unlock(&state.mutex);
+    if (state.settings.head && state.settings.head(before_s, &room->pan, &room->tilt))
+        controlled = room->view_set = true;
     return controlled ? room : nullptr;
+}
+
+// How many pixels of a picture of that width the head passes in so long.
+int pixels_passed(double exposure_s, int width)
+{
+    float pan, tilt, pan_before, tilt_before;
+    if (!state.settings.head || !state.settings.head(0, &pan, &tilt) ||
+        !state.settings.head(exposure_s, &pan_before, &tilt_before))
+        return 0;
+    const float degrees = std::max(fabsf(pan - pan_before), fabsf(tilt - tilt_before));
+    return static_cast<int>(degrees / state.snapshot.view.width_angle * static_cast<float>(width));
 }
 
 void meter(const render_picture *light)
@@ -115,6 +134,18 @@ void meter(const render_picture *light)
     pthread_mutex_unlock(&state.mutex);
 }
 
+// The world knows what the head did since the snapshot before, which may be of the same exposure; what counts is the
+// picture before.
+void note_turn(truth_moment *truth)
+{
+    if (state.settings.head && state.aimed)
+        truth->view_moves =
+            fabsf(truth->pan - state.pan) > TURNED || fabsf(truth->tilt - state.tilt) > TURNED;
+    state.aimed = true;
+    state.pan = truth->pan;
+    state.tilt = truth->tilt;
+}
+
 bool moves(const truth_moment &truth)
 {
     for (const truth_actor &actor : truth.actors)
@@ -123,16 +154,18 @@ bool moves(const truth_moment &truth)
     return truth.view_moves || !truth.stirs.empty();
 }
 
-// Light of the exposure that ends at `time`, averaged over two moments if it is long. The snapshot is
-// left at `time`.
+// Light of the exposure that ends at `time`, averaged over several moments if it is long or the head turns. The snapshot
+// is left at `time`.
 int expose(double time, const sensor_state *sensor, int width, int height, render_picture *light)
 {
-    const int moments = sensor->exposure_us > BLUR_FROM_US && state.moving ? 2 : 1;
-    world_controls room;
-    const world_controls *controls = current_controls(&room);
+    const double exposure_s = static_cast<double>(sensor->exposure_us) / 1e6;
+    const int least = sensor->exposure_us > BLUR_FROM_US && state.moving ? 2 : 1;
+    const int moments = std::max(least, std::min(BLUR_MOMENTS_MAX, 1 + pixels_passed(exposure_s, width)));
     for (int i = 0; i < moments; i++) {
-        const double before = (moments - 1 - i) * static_cast<double>(sensor->exposure_us) / 1e6 / moments;
-        world_snapshot(state.scene, std::max(0., time - before), controls, &state.snapshot);
+        const double before = (moments - 1 - i) * exposure_s / moments;
+        world_controls room;
+        world_snapshot(state.scene, std::max(0., time - before), current_controls(before, &room),
+                       &state.snapshot);
         if (render_draw(&state.snapshot, width, height, i == 0 ? light : &state.part) != 0)
             return -1;
         if (i > 0)
@@ -203,7 +236,7 @@ int rendered_open(const rendered_settings *settings)
     }
     state.sensor = state.view_sensor = sensor_state();
     state.sensor.seed = state.view_sensor.seed = world_seed(state.scene);
-    state.settled = state.view_settled = state.moving = false;
+    state.settled = state.view_settled = state.moving = state.aimed = false;
     return 0;
 }
 
@@ -232,6 +265,7 @@ AVFrame *rendered_picture(uint64_t number)
     }
     meter(&state.light);
     world_truth(state.scene, &state.snapshot, number, &extra->truth);
+    note_turn(&extra->truth);
     state.moving = moves(extra->truth);
     return frame;
 }

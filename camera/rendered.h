@@ -26,6 +26,10 @@ struct rendered_settings {
     bool loop;         // from the beginning again when the scene is over
     bool view;         // also a larger picture for people
     bool gpu;          // draw with a graphics card where there is one
+    // Where the camera's head was `before_s` seconds before the moment that is drawn: degrees to the right and upwards
+    // from where the scene mounts it, or false while the scene's own turns hold. Null: they always hold. On the thread
+    // that draws.
+    bool (*head)(double before_s, float *pan, float *tilt) = nullptr;
 };
 
 // What a rendered picture carries beside the analysis picture.

@@ -55,7 +55,9 @@ struct {
     source_picture current;                            // the picture last taken; frame null: none yet
     uint64_t wanted_ms;                                // time of the last take
     uint64_t end_ms;                                   // once ended: when the last picture is over
-    bool waiting;                                      // a take had to wait
+    uint64_t
+        exact_ms; // pictures come at multiples of this and never between; 0: nobody knows when the next comes
+    bool waiting; // a take had to wait
     bool live;
     bool lost; // it broke, and has given no picture since
     bool ended;
@@ -131,9 +133,19 @@ bool push(AVFrame *frame, uint64_t time_ms)
     source.queue.push_back({frame, time_ms});
     source.lost = false;
     drop_passed();
-    if (source.live || source.queue.back().time_ms > source.wanted_ms)
+    if (source.live || source.exact_ms > 0 || source.queue.back().time_ms > source.wanted_ms)
         wake_if_waiting();
     while (!source.quit && source.queue.size() >= QUEUE_MAX)
+        pthread_cond_wait(&source.changed, &source.mutex);
+    pthread_mutex_unlock(&source.mutex);
+    return !source.quit;
+}
+
+// Waits until a picture of that time has been asked for; false when the source is to quit.
+bool wait_until_wanted(uint64_t time_ms)
+{
+    pthread_mutex_lock(&source.mutex);
+    while (!source.quit && source.wanted_ms < time_ms)
         pthread_cond_wait(&source.changed, &source.mutex);
     pthread_mutex_unlock(&source.mutex);
     return !source.quit;
@@ -515,7 +527,7 @@ void *render_source(void *)
 {
     (void)prctl(PR_SET_NAME, "source");
     const rendered_settings settings = {reader.scene, source.settings.loop, source.settings.view,
-                                        source.settings.gpu};
+                                        source.settings.gpu, source.settings.head};
     if (rendered_open(&settings) != 0) {
         finish(true);
         return nullptr;
@@ -524,6 +536,11 @@ void *render_source(void *)
     const uint64_t end_ms = rendered_end_ms();
     for (uint64_t number = 0;; number++) {
         number = std::max(number, wanted() / RENDERED_STEP_MS); // what nobody will look at is not drawn
+        if (source.settings.head) {
+            if (!wait_until_wanted(number * RENDERED_STEP_MS))
+                break;
+            number = std::max(number, wanted() / RENDERED_STEP_MS);
+        }
         const uint64_t time_ms = number * RENDERED_STEP_MS;
         if (end_ms > 0 && time_ms >= end_ms) {
             finish(false);
@@ -586,6 +603,7 @@ int source_start(const source_settings *settings)
     source.current = {};
     source.wanted_ms = 0;
     source.end_ms = 0;
+    source.exact_ms = 0;
     source.waiting = source.live = source.lost = source.ended = source.failed = false;
     reader.last_ms = -1;
     reader.resume_after_ms = -1;
@@ -601,6 +619,7 @@ int source_start(const source_settings *settings)
         work = draw_source;
     } else if (rendered_is_scene(settings->url, &reader.scene)) {
         work = render_source;
+        source.exact_ms = settings->head ? RENDERED_STEP_MS : 0;
     } else {
         look_at_url();
         avformat_network_init();
@@ -623,7 +642,13 @@ enum source_result source_take(uint64_t at_ms, source_picture *picture)
     source.wanted_ms = at_ms;
     drop_passed();
     // Sure that no earlier picture is still to come: a later one is there, or the end.
-    const bool later = !source.queue.empty() && source.queue.back().time_ms > at_ms;
+    const auto shown_until = [](const source_picture &last) {
+        return source.exact_ms > 0 ? last.time_ms + source.exact_ms : last.time_ms;
+    };
+    const source_picture *newest = !source.queue.empty() ? &source.queue.back() : nullptr;
+    if (!newest && source.exact_ms > 0 && source.current.frame)
+        newest = &source.current;
+    const bool later = newest && shown_until(*newest) > at_ms;
     const bool due = !source.queue.empty() && (source.live || source.queue.front().time_ms <= at_ms);
     if (due && (source.live || later || source.ended)) {
         free_picture(&source.current);

@@ -23,6 +23,9 @@ struct source_settings {
     bool loop; // a file or a scene: again and again
     bool view; // of a scene: larger pictures for people, too
     bool gpu;  // of a scene: drawn by a graphics card where there is one
+    // Of a scene: where the camera's head is (rendered.h). A picture is then drawn when it is asked for and not ahead,
+    // so that it shows where the head is at that moment. Null: no head.
+    bool (*head)(double before_s, float *pan, float *tilt);
     // Called on the source's thread when a take that had to wait is worth trying again.
     void (*wake)(void *context);
     void *context;
