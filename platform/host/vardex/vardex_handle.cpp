@@ -102,8 +102,12 @@ look look_for(vardex_handle *handle, int layer, int64_t before_ns)
             break;
         found.scanned = seq;
         const std::string group = text_of(statement, 1), key = text_of(statement, 2);
-        if (is_wanted(handle, layer, seq, group, key))
-            found.row.push_back({seq, stamp, group + '\0' + key, key != "alarm_event"});
+        if (!is_wanted(handle, layer, seq, group, key))
+            continue;
+        std::string name = group;
+        name += '\0';
+        name += key;
+        found.row.push_back({seq, stamp, name, key != "alarm_event"});
     }
     return found;
 }

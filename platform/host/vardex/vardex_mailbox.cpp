@@ -21,21 +21,24 @@ namespace
 
 #define FOLDER "/run/naro/vardex/"
 
-// Where `name` is, from the root's descriptor: a long root does not meet the limit of an address. 0 or an
+// Where `name` is, from the root's descriptor: a long root does not meet the limit of an address. False with
 // errno.
-int address_of(const char *name, sockaddr_un *address, socklen_t *size)
+bool address_of(const char *name, sockaddr_un *address, socklen_t *size)
 {
+    *address = {};
+    *size = 0;
     const int root = naro_root_fd();
     if (root < 0)
-        return errno;
-    *address = {};
+        return false;
     address->sun_family = AF_UNIX;
     const int length =
         snprintf(address->sun_path, sizeof address->sun_path, "/proc/self/fd/%d" FOLDER "%s", root, name);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof address->sun_path)
-        return ENAMETOOLONG;
+    if (length < 0 || static_cast<size_t>(length) >= sizeof address->sun_path) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
     *size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + static_cast<size_t>(length) + 1);
-    return 0;
+    return true;
 }
 
 // A name in a store is from outside: no other folder is reached by it.
@@ -44,14 +47,15 @@ bool is_name(const char *name)
     return name[0] != '\0' && name[0] != '.' && strlen(name) < VARDEX_MAILBOX_NAME && !strchr(name, '/');
 }
 
+// 0 or an errno.
 int bind_to(int fd, const char *name)
 {
     sockaddr_un address;
     socklen_t size;
-    const int error = address_of(name, &address, &size);
-    if (error != 0)
-        return error;
-    return bind(fd, reinterpret_cast<const sockaddr *>(&address), size) == 0 ? 0 : errno;
+    if (address_of(name, &address, &size) &&
+        bind(fd, reinterpret_cast<const sockaddr *>(&address), size) == 0)
+        return 0;
+    return errno;
 }
 
 int open_socket(void)
@@ -97,7 +101,7 @@ bool vardex_mailbox_is_found(const char *name)
     socklen_t size;
     if (!is_name(name))
         return false;
-    const int fd = address_of(name, &address, &size) == 0 ? open_socket() : -1;
+    const int fd = address_of(name, &address, &size) ? open_socket() : -1;
     if (fd < 0)
         return true;
     // Connecting wakes nobody.
@@ -127,7 +131,7 @@ bool vardex_mailbox_knock(const char *name)
     socklen_t size;
     if (!is_name(name))
         return false;
-    const int fd = address_of(name, &address, &size) == 0 ? open_socket() : -1;
+    const int fd = address_of(name, &address, &size) ? open_socket() : -1;
     if (fd < 0)
         return true; // nothing can be said; it looks by itself within a second
     const char knock = 'k';
