@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "naro_isp.h"
 
@@ -16,6 +17,17 @@ using Lines = std::vector<LogCapture::Line>;
 
 std::vector<std::string> sent; // guarded by the WDR lock
 int answer;
+const LogCapture *said; // what was said when the processor is asked; null: nobody looks
+std::vector<size_t> lines_said;
+
+int processor_is_asked(const char *command)
+{
+    EXPECT_EQ(locks_held(), 1u) << "so that the mode kept is the mode sent last";
+    sent.emplace_back(command);
+    if (said)
+        lines_said.push_back(said->texts().size());
+    return answer;
+}
 
 TEST(Wdr, IsOffAtTheStart)
 {
@@ -78,6 +90,17 @@ TEST(Wdr, AProcessorThatRefusesChangesNothing)
     EXPECT_EQ(sent, (std::vector<std::string>{"enable", "enable"}));
 }
 
+TEST(Wdr, SaysWhatItDoesBeforeItDoesIt)
+{
+    LogCapture log;
+    said = &log;
+    wdr_mode_switch(2);
+    wdr_mode_switch(1);
+    wdr_init();
+    said = nullptr;
+    EXPECT_EQ(lines_said, (std::vector<size_t>{1, 2, 3}));
+}
+
 TEST(Wdr, ThreadsOneAfterTheOther)
 {
     LogCapture log;
@@ -98,11 +121,9 @@ TEST(Wdr, ThreadsOneAfterTheOther)
 
 int naro_isp_wdr_enable(void)
 {
-    sent.emplace_back("enable");
-    return answer;
+    return processor_is_asked("enable");
 }
 int naro_isp_wdr_disable(void)
 {
-    sent.emplace_back("disable");
-    return answer;
+    return processor_is_asked("disable");
 }
