@@ -15,6 +15,7 @@
 #include <sched.h>
 #include <string.h>
 
+#include "algo_shm.h"
 #include "naro_util.h"
 #include "queues.h"
 #include "shbf.h"
@@ -134,6 +135,8 @@ int shbf_event_broadcast(int index, const void *buf, int len)
         broadcaster = shbf_server_table[index].broadcaster;
     if (broadcaster)
         return shbfev_brd_broadcast_message(broadcaster, buf, static_cast<size_t>(len));
+    if (index == EVENT_CHANNEL_MOTOR)
+        return algo_shm_write_wrap(static_cast<const char *>(buf)); // a text, as far as its zero byte
     log_err("[%s]shbf_mde %d is NULL\r\n", __func__, SHBF_MDE_NUMBER);
     return 0;
 }

@@ -41,9 +41,11 @@ int algo_shbf_server_init(void);
 int shbf_server_create(void);
 
 // Sends `len` bytes to every receiver of channel `index` (EVENT_CHANNEL_...) and returns the broadcaster's
-// result: 0, or negative when nothing could be sent. A channel without a broadcaster (the motor channel, one
-// that failed to start, an index that does not exist) is logged and counts as done: 0. `buf` stays the
-// caller's and is free on return. Any thread, at any time, no lock.
+// result: 0, or negative when nothing could be sent. What is for the motor channel goes to the motor's
+// mailbox instead, with algo_shm_write_wrap's result: `buf` is taken as a text that ends with a zero byte,
+// whatever `len` says. Another channel without a broadcaster (one that failed to start, an index that does
+// not exist) is logged and counts as done: 0. `buf` stays the caller's and is free on return. Any thread, at
+// any time, no lock across a send.
 int shbf_event_broadcast(int index, const void *buf, int len);
 
 // Changes the frame-request rate; the periodic keeps running, and the new interval holds from its next firing
