@@ -97,17 +97,13 @@ void publish_if_due(uint64_t now_ms)
 
 void end_move(uint64_t now_ms)
 {
-    const motor_parameters *parameters = &driver.settings.parameters;
     const motor_state from = driver.place;
-    driver.place = motor_at(parameters, &driver.move, static_cast<double>(now_ms - driver.taken_ms));
+    driver.place =
+        motor_at(&driver.settings.parameters, &driver.move, static_cast<double>(now_ms - driver.taken_ms));
     driver.moving = false;
     write_view(&driver.place, false, nullptr);
-    printf("%llu %s: [%d,%d] -> [%d,%d] in %llu ms\n", static_cast<unsigned long long>(driver.taken_ms),
-           driver.text, motor_degrees(parameters, &from.axis[MOTOR_PAN]),
-           motor_degrees(parameters, &from.axis[MOTOR_TILT]),
-           motor_degrees(parameters, &driver.place.axis[MOTOR_PAN]),
-           motor_degrees(parameters, &driver.place.axis[MOTOR_TILT]),
-           static_cast<unsigned long long>(now_ms - driver.taken_ms));
+    const motor_driver_report report = {driver.text, driver.taken_ms, now_ms, from, driver.place};
+    driver.settings.on_move(&report);
     driver.to_clear = driver.settings.mailbox != nullptr;
     if (driver.to_clear)
         clear(now_ms);

@@ -26,6 +26,13 @@ enum {
     MOTOR_DRIVER_AGAIN_MS = 1000, // until a setting that the store refused is written again
 };
 
+// A move that has ended. Times as the calls' were given.
+struct motor_driver_report {
+    const char *text; // of the request
+    uint64_t taken_ms, ended_ms;
+    motor_state from, to;
+};
+
 struct motor_driver_settings {
     motor_parameters parameters;
     motor_mailbox *mailbox; // null: none yet (motor_driver_mailbox)
@@ -33,6 +40,7 @@ struct motor_driver_settings {
     // Writes the "motor" setting; whether that was done.
     bool (*publish)(const char *text);
     char *(*published)(void); // what it says now, from malloc; null: nothing
+    void (*on_move)(const motor_driver_report *report);
 };
 
 void motor_driver_start(const motor_driver_settings *settings, uint64_t now_ms);

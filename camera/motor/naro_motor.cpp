@@ -106,6 +106,17 @@ char *published(void)
     return libvardex_config_get(0, LAYER, nullptr, KEY);
 }
 
+void tell(const motor_driver_report *report)
+{
+    const auto degrees = [](const motor_state &state, motor_axis axis) {
+        return motor_degrees(&motor.parameters, &state.axis[axis]);
+    };
+    printf("%llu %s: [%d,%d] -> [%d,%d] in %llu ms\n", static_cast<unsigned long long>(report->taken_ms),
+           report->text, degrees(report->from, MOTOR_PAN), degrees(report->from, MOTOR_TILT),
+           degrees(report->to, MOTOR_PAN), degrees(report->to, MOTOR_TILT),
+           static_cast<unsigned long long>(report->ended_ms - report->taken_ms));
+}
+
 // The mailbox behind the key, which somebody may have removed and made anew. Null after saying why, once.
 motor_mailbox *find_mailbox(void)
 {
@@ -145,7 +156,7 @@ int drive(void)
         return 1;
     }
     motor.store = libvardex_config_open(0);
-    motor_driver_settings settings = {motor.parameters, find_mailbox(), view, publish, published};
+    motor_driver_settings settings = {motor.parameters, find_mailbox(), view, publish, published, tell};
     motor.looked_ms = naro_clock_monotonic_ms();
     motor_driver_start(&settings, motor.looked_ms);
     while (!quit) {
