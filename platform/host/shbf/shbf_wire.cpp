@@ -140,7 +140,12 @@ static bool take_packet(int fd, const shbf_head &peeked, void *buffer, int *file
     message.msg_control = control;
     message.msg_controllen = CMSG_LEN(sizeof(int));
     *lost = false;
-    if (recvmsg(fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) < 0)
+    // The packet is there; the peer may have closed since it was looked at, which shows first, and once.
+    ssize_t length;
+    do
+        length = recvmsg(fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    while (length < 0 && (errno == EINTR || errno == ECONNRESET));
+    if (length < 0)
         return false;
     *file = carried_file(&message);
     const bool wanted = peeked.kind != SHBF_BYTES;

@@ -13,6 +13,18 @@
 #include "shbf_path.h"
 #include "shbf_wire.h"
 
+// What the next recvmsg fails with, each once.
+static std::vector<int> recvmsg_errors;
+extern "C" ssize_t __real_recvmsg(int fd, msghdr *message, int flags);
+extern "C" ssize_t __wrap_recvmsg(int fd, msghdr *message, int flags)
+{
+    if (recvmsg_errors.empty())
+        return __real_recvmsg(fd, message, flags);
+    errno = recvmsg_errors.back();
+    recvmsg_errors.pop_back();
+    return -1;
+}
+
 namespace
 {
 
@@ -662,6 +674,24 @@ TEST_F(ShbfWire, PacketsAreTakenForWhatTheyAre)
 }
 
 // A peer that sends any of the bad ones is put out, and no one else notices.
+// A peer that closes without having read everything shows as ECONNRESET before what it sent itself, and it may do so
+// when its packet has been looked at but not yet taken.
+TEST_F(ShbfWire, PacketOfAPeerThatHasJustClosedIsTaken)
+{
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair), 0);
+    ASSERT_EQ(shbf_wire_send_bytes(pair[1], "bye", 3), 0);
+    recvmsg_errors = {ECONNRESET, EINTR};
+    void *buffer;
+    int file;
+    EXPECT_EQ(shbf_wire_receive(pair[0], &buffer, &file), SHBF_MESSAGE);
+    EXPECT_TRUE(recvmsg_errors.empty());
+    EXPECT_EQ(std::string(static_cast<char *>(buffer), shbf_size(buffer)), "bye");
+    shbf_free(buffer);
+    close(pair[0]);
+    close(pair[1]);
+}
+
 TEST_F(ShbfWire, ReceiverThatSendsGarbageIsPutOut)
 {
     for (const Packet &packet : packets) {
