@@ -163,8 +163,7 @@ void *motion_record_thread(void *argument)
     bool folder_checked = false;
     // At least once: events may be queued, and the module at its end, before this thread has run at all.
     do {
-        while (sem_wait(&state.ready) != 0 && errno == EINTR)
-            ;
+        sem_wait(&state.ready); // woken for nothing it finds nothing
         while (queue_node *node = take(__func__)) {
             write_to_card(node->event, &folder_checked);
             naro_free(node);
