@@ -108,7 +108,8 @@ def be_alone():
 
 class Line(str):
     """A line without its line feed, and without the logger's prefix: that is in `level` ("" for none) and `at`, seconds
-    by the wall clock (of a line without prefix: when it was read). A carriage return before the line feed stays."""
+    by the wall clock (of a line without prefix: when it was read). A carriage return before the line feed stays. `raw` are
+    the bytes as they came, with all of it."""
     PREFIX = re.compile(r"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)(\.\d{3}) (err|warning|info|debug) *")
 
     def __new__(cls, raw, stream):
@@ -139,7 +140,9 @@ class Program:
     def _read(self, stream, pipe):
         for raw in pipe:
             with self.more:
-                self.lines.append(Line(raw.rstrip(b"\n").decode(errors="replace"), stream))
+                line = Line(raw.rstrip(b"\n").decode(errors="replace"), stream)
+                line.raw = raw
+                self.lines.append(line)
                 self.more.notify_all()
         with self.more:
             self.more.notify_all()

@@ -2,6 +2,8 @@
 // and does what it is told on its standard input, a line each:
 //   auto on | auto off                 answers requests, or lets them go by (on at the start)
 //   frame                              sends a picture unasked
+//   still BRIGHTNESS                   the same, with a square that stands still, of this brightness before a ground of
+//                                      128: from one to the next the picture differs by what the two numbers differ
 //   message WIDTH HEIGHT SIZE BYTES    sends a head with these numbers and BYTES bytes of pixels behind it
 //   bytes COUNT                        sends COUNT bytes of nothing
 // Ends when its standard input does. Tells on standard output: "ready", and "rawcap" for each request.
@@ -32,27 +34,40 @@ void broadcast(const std::vector<uint8_t> &message)
         fprintf(stderr, "raw_feeder: a message could not be sent\n");
 }
 
-void send_message(uint32_t width, uint32_t height, uint32_t size, size_t bytes)
+enum { GROUND = 128, SQUARE = 48, TOP = 64 };
+
+void send_message(uint32_t width, uint32_t height, uint32_t size, size_t bytes, unsigned left,
+                  uint8_t brightness)
 {
     raw_frame_header head = {};
     head.width = width;
     head.height = height;
     head.size = size;
     head.timestamp = feeder.frames;
-    std::vector<uint8_t> message(sizeof head + bytes, 128);
+    std::vector<uint8_t> message(sizeof head + bytes, GROUND);
     memcpy(message.data(), &head, sizeof head);
     uint8_t *luma = message.data() + sizeof head;
-    const unsigned side = 48, left = feeder.frames * 16 % (ANALYSIS_WIDTH - side), top = 64;
     if (bytes >= ANALYSIS_FRAME_BYTES)
-        for (unsigned y = top; y < top + side; y++)
-            memset(luma + y * ANALYSIS_WIDTH + left, 230, side);
+        for (unsigned y = TOP; y < TOP + SQUARE; y++)
+            memset(luma + y * ANALYSIS_WIDTH + left, brightness, SQUARE);
     feeder.frames++;
     broadcast(message);
 }
 
+void send_moving(uint32_t width, uint32_t height, uint32_t size, size_t bytes)
+{
+    send_message(width, height, size, bytes, feeder.frames * 16 % (ANALYSIS_WIDTH - SQUARE), 230);
+}
+
 void send_frame()
 {
-    send_message(ANALYSIS_WIDTH, ANALYSIS_HEIGHT, ANALYSIS_FRAME_BYTES, ANALYSIS_FRAME_BYTES);
+    send_moving(ANALYSIS_WIDTH, ANALYSIS_HEIGHT, ANALYSIS_FRAME_BYTES, ANALYSIS_FRAME_BYTES);
+}
+
+void send_still(uint8_t brightness)
+{
+    send_message(ANALYSIS_WIDTH, ANALYSIS_HEIGHT, ANALYSIS_FRAME_BYTES, ANALYSIS_FRAME_BYTES, 128,
+                 brightness);
 }
 
 int on_message(void *, const void *buffer, size_t length)
@@ -68,6 +83,7 @@ int on_message(void *, const void *buffer, size_t length)
 void obey(const char *line)
 {
     uint32_t width, height, size;
+    uint8_t brightness;
     size_t bytes;
     if (strcmp(line, "auto on") == 0)
         feeder.answers = true;
@@ -77,7 +93,9 @@ void obey(const char *line)
         send_frame();
     else if (sscanf(line, "message %" SCNu32 " %" SCNu32 " %" SCNu32 " %zu", &width, &height, &size,
                     &bytes) == 4)
-        send_message(width, height, size, bytes);
+        send_moving(width, height, size, bytes);
+    else if (sscanf(line, "still %" SCNu8, &brightness) == 1)
+        send_still(brightness);
     else if (sscanf(line, "bytes %zu", &bytes) == 1)
         broadcast(std::vector<uint8_t>(bytes));
     else
