@@ -16,6 +16,7 @@
 #include "ircut.h"
 #include "kv_client.h"
 #include "mid_hchd.h"
+#include "motion_event_record.h"
 #include "naro_ipc.h"
 #include "naro_util.h"
 #include "queues.h"
@@ -45,7 +46,8 @@ static const struct {
     {algo_shbf_init, "algo_shbf_init fail\n", STOP_QUEUES},
     {ir_white_led_init},
     {kv_client_init, "kv_client_init fail\n", STOP_EVENT_LOOP},
-    // Without a detector the rest of the daemon is still of use.
+    // Without records, or a detector, the rest of the daemon is still of use.
+    {motion_record_init},
     {detection_init},
     // The main thread stays in here for as long as the daemon runs.
     {algo_shbf_run},
@@ -57,7 +59,8 @@ static const struct {
 } teardown[] = {
     {STOP_TASKS, ircut_exit}, // started by the "power" setting, not here
     {STOP_TASKS, mid_hchd_fini},
-    {STOP_TASKS, kv_client_exit}, // after those whom settings steer
+    {STOP_TASKS, kv_client_exit},       // after those whom settings steer
+    {STOP_TASKS, motion_record_finish}, // whoever still reports is refused
     {STOP_EVENT_LOOP, algo_shbf_fini},
     {STOP_QUEUES, queues2_exit},
     {STOP_CONNECTION, naro_ipc_server_disconnect},

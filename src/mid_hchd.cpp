@@ -21,6 +21,7 @@
 #include "ive_image.h"
 #include "mi_ive.h"
 #include "mid_hchd_region.h"
+#include "motion_event_record.h"
 #include "naro_isp.h"
 #include "naro_util.h"
 #include "nn/network.h"
@@ -162,13 +163,43 @@ void light_for_people()
     state.people_frames++;
 }
 
-// Says what was found: the event first, then the boxes.
+// Notes an event in the hour's records, with the rectangle it happened in. Does not wait for the card.
+void record(uint32_t type, int people, const naro_track_box &place)
+{
+    const int32_t corners[] = {place.x1, place.y1, place.x2, place.y2};
+    uint16_t field[4];
+    for (int i = 0; i < 4; i++)
+        field[i] =
+            static_cast<uint16_t>(corners[i] > 0 ? corners[i] : 0); // a box of no size ends before it begins
+    motion_record_event_write_wrap(type, static_cast<uint64_t>(people),
+                                   static_cast<int32_t>(naro_clock_wall_s()), field[0], field[1], field[2],
+                                   field[3]);
+}
+
+int area(const naro_track_box &box)
+{
+    return (box.x2 - box.x1 + 1) * (box.y2 - box.y1 + 1);
+}
+
+// Of several people the largest is the nearest, and the one that a small picture of the event should show.
+const naro_track_box &largest(const naro_isp_track_param &list, int people)
+{
+    int found = 0;
+    for (int i = 1; i < people && i < NARO_TRACK_BOXES; i++)
+        if (area(list.box[i]) > area(list.box[found]))
+            found = i;
+    return list.box[found];
+}
+
+// Says what was found: the event first, then its record, then the boxes.
 void report(bool motion, int people, const pixel_rect &crop)
 {
     naro_isp_track_param list = {};
     if (people < 1) {
-        if (motion)
+        if (motion) {
             shbf_event_broadcast(EVENT_CHANNEL_MD, EVENT_OBJECT_MOTION, EVENT_MOTION_LENGTH);
+            record(MOTION_RECORD_OBJECT, 0, {state.rect.x1, state.rect.y1, state.rect.x2, state.rect.y2});
+        }
         naro_isp_track_run(&list, 0);
         return;
     }
@@ -181,6 +212,7 @@ void report(bool motion, int people, const pixel_rect &crop)
         const int w = box[i].x2 - box[i].x1 - 1, h = box[i].y2 - box[i].y1 - 1;
         list.box[i] = {x, y, x + w, y + h};
     }
+    record(MOTION_RECORD_PEOPLE, people, largest(list, people));
     naro_isp_track_run(&list, people);
 }
 

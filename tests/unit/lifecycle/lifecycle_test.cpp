@@ -21,6 +21,7 @@
 #include "kv_client.h"
 #include "log_capture.h"
 #include "mid_hchd.h"
+#include "motion_event_record.h"
 #include "naro_ipc.h"
 #include "queues.h"
 
@@ -68,13 +69,14 @@ TEST_F(Lifecycle, WholeLife)
 {
     watch_signals = true;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_THAT(modules.calls, ElementsAre("signal PIPE ignored", "signal INT handled", "signal QUIT handled",
-                                           "signal TERM handled", "naro_ipc_server_connect", "queues2_init",
-                                           "algo_shbf_init", "ir_white_led_init", "kv_client_init",
-                                           "mid_hchd_init 2", "algo_shbf_run",
-                                           // teardown
-                                           "ircut_exit", "mid_hchd_fini", "kv_client_exit", "algo_shbf_fini",
-                                           "queues2_exit", "naro_ipc_server_disconnect"));
+    EXPECT_THAT(modules.calls,
+                ElementsAre("signal PIPE ignored", "signal INT handled", "signal QUIT handled",
+                            "signal TERM handled", "naro_ipc_server_connect", "queues2_init",
+                            "algo_shbf_init", "ir_white_led_init", "kv_client_init", "motion_record_init",
+                            "mid_hchd_init 2", "algo_shbf_run",
+                            // teardown
+                            "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
+                            "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -119,7 +121,7 @@ TEST_F(Lifecycle, LightsThatCannotBeSetUpAreNotAFailure)
 {
     modules.results["ir_white_led_init"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 13u);
+    EXPECT_EQ(modules.calls.size(), 15u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -134,20 +136,30 @@ TEST_F(Lifecycle, DetectionThatCannotStartIsNotAFailure)
 {
     modules.results["mid_hchd_init 2"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_THAT(modules.calls, ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init",
-                                           "ir_white_led_init", "kv_client_init", "mid_hchd_init 2",
-                                           "algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
-                                           "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
+    EXPECT_THAT(modules.calls,
+                ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init", "ir_white_led_init",
+                            "kv_client_init", "motion_record_init", "mid_hchd_init 2", "algo_shbf_run",
+                            "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
+                            "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(Lifecycle, RecordsThatCannotStartAreNotAFailure)
+{
+    modules.results["motion_record_init"] = -1;
+    EXPECT_EQ(lifecycle_run(), 0);
+    EXPECT_EQ(modules.calls.size(), 15u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
 TEST_F(Lifecycle, ResultsOfLoopAndTeardownDoNotMatter)
 {
-    for (const char *call : {"algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
-                             "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
+    for (const char *call :
+         {"algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
+          "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
         modules.results[call] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 13u);
+    EXPECT_EQ(modules.calls.size(), 15u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -178,8 +190,8 @@ class LifecycleSignal : public Lifecycle, public testing::WithParamInterface<int
         if (child == 0) {
             atexit([] { _exit(7); });
             modules.inside[call] = inside;
-            for (const char *name :
-                 {"ircut_exit", "mid_hchd_fini", "kv_client_exit", "algo_shbf_fini", "queues2_exit"})
+            for (const char *name : {"ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
+                                     "algo_shbf_fini", "queues2_exit"})
                 modules.inside[name] = [] { _exit(8); };
             lifecycle_run();
             _exit(9);
@@ -292,6 +304,14 @@ int kv_client_init(void)
 int kv_client_exit(void)
 {
     return called("kv_client_exit");
+}
+int motion_record_init(void)
+{
+    return called("motion_record_init");
+}
+int motion_record_finish(void)
+{
+    return called("motion_record_finish");
 }
 int mid_hchd_init(int ignored)
 {

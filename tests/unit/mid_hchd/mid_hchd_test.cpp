@@ -754,6 +754,81 @@ TEST_F(MidHchd, TheDetectorFails)
                             "event ObjectMotion", "track 0"));
 }
 
+// ---- Records ---------------------------------------------------------------------------------------------
+
+TEST_F(MidHchd, MotionIsRecordedWithTheRectangleThatMoved)
+{
+    run({frame(), moved()});
+    ASSERT_THAT(r.records, SizeIs(1));
+    EXPECT_EQ(r.records[0].type, 0u);
+    EXPECT_EQ(r.records[0].value, 0u);
+    EXPECT_THAT(r.records[0].fields, ElementsAre(104, 88, 127, 111));
+    EXPECT_EQ(r.records[0].after, "event ObjectMotion");
+}
+
+TEST_F(MidHchd, PeopleAreRecordedWithTheirNumberAndTheLargestBox)
+{
+    run({frame(), people({{3, 5, 20, 30, 0, 0.8f}}),
+         people({{0, 0, 9, 9, 0, 0.9f},
+                 {10, 2, 24, 20, 0, 0.6f},
+                 {10, 2, 24, 20, 0, 0.6f},
+                 {0, 0, 30, 8, 0, 0.7f}}),
+         people({{1, 1, 9, 10, 0, 0.9f}, {0, 0, 8, 10, 0, 0.6f}}), // 8 x 9 and 8 x 10
+         people({{1, 1, 10, 9, 0, 0.9f}, {0, 0, 10, 8, 0, 0.6f}})});
+    ASSERT_THAT(r.records, SizeIs(4));
+    for (const RecordCall &record : r.records) {
+        EXPECT_EQ(record.type, 1u);
+        EXPECT_EQ(record.after, "event PeopleMotion");
+    }
+    EXPECT_EQ(r.records[0].value, 1u);
+    EXPECT_THAT(r.records[0].fields, ElementsAre(103, 89, 119, 113)) << "as the media server is told";
+    EXPECT_EQ(r.records[1].value, 4u);
+    EXPECT_THAT(r.records[1].fields, ElementsAre(110, 86, 123, 103));
+    EXPECT_THAT(r.records[2].fields, ElementsAre(100, 84, 107, 93));
+    EXPECT_THAT(r.records[3].fields, ElementsAre(100, 84, 109, 91));
+}
+
+TEST_F(MidHchd, OfPeopleOfOneSizeTheSurestIsRecorded)
+{
+    run({frame(), people({{0, 0, 9, 9, 0, 0.9f}, {1, 1, 10, 10, 0, 0.8f}})});
+    ASSERT_THAT(r.records, SizeIs(1));
+    EXPECT_THAT(r.records[0].fields, ElementsAre(100, 84, 108, 92));
+}
+
+TEST_F(MidHchd, TheLargestIsLookedForAmongTheBoxesThatThereAre)
+{
+    std::vector<BBox> boxes(8, {0, 0, 9, 9, 0, 0.9f});
+    boxes[6] = boxes[7] = {0, 0, 30, 30, 0, 0.9f}; // beyond the list
+    run({frame(), people(boxes)});
+    ASSERT_THAT(r.records, SizeIs(1));
+    EXPECT_EQ(r.records[0].value, 8u);
+    EXPECT_THAT(r.records[0].fields, ElementsAre(100, 84, 108, 92));
+}
+
+TEST_F(MidHchd, ABoxOfNoSizeIsRecordedInsideThePicture)
+{
+    Step corner = moved(0, 1, 0, 1);
+    corner.boxes = {{0, 0, 0, 0, 0, 0.9f}};
+    run({frame(), corner});
+    EXPECT_EQ(text(r.tracks[0].list).substr(0, 10), "0,0,-1,-1 ");
+    ASSERT_THAT(r.records, SizeIs(1));
+    EXPECT_THAT(r.records[0].fields, ElementsAre(0, 0, 0, 0));
+}
+
+TEST_F(MidHchd, RecordsHaveTheWallClocksTime)
+{
+    clock.set_wall_ms(1700000003999);
+    run({frame(), moved()});
+    ASSERT_THAT(r.records, SizeIs(1));
+    EXPECT_EQ(r.records[0].time, 1700000003);
+}
+
+TEST_F(MidHchd, WithoutMotionNothingIsRecorded)
+{
+    run({frame(), frame()});
+    EXPECT_THAT(r.records, IsEmpty());
+}
+
 // ---- The crop --------------------------------------------------------------------------------------------
 
 TEST_F(MidHchd, TheCropAsTheEngineSeesIt)

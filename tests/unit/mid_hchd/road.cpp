@@ -15,6 +15,7 @@
 #include "ir_white_led.h"
 #include "ircut.h"
 #include "ive_image.h"
+#include "motion_event_record.h"
 #include "naro_isp.h"
 
 Road *road;
@@ -407,6 +408,14 @@ int shbf_event_broadcast(int index, const void *buf, int len)
     note("event " + std::string(bytes.c_str()));
     road->broadcasts.push_back({index, len, bytes});
     return -1; // nobody hears it: the task must not mind
+}
+
+int motion_record_event_write_wrap(uint32_t type, uint64_t value, int32_t time, uint16_t f1, uint16_t f2,
+                                   uint16_t f3, uint16_t f4)
+{
+    Lock lock;
+    road->records.push_back({type, value, time, {f1, f2, f3, f4}, road->journal.back()});
+    return -1; // refused: the task must not mind
 }
 
 int naro_isp_track_run(const naro_isp_track_param *param, int count)

@@ -71,6 +71,13 @@ struct BroadcastCall {
     int index, length;
     std::string bytes;
 };
+struct RecordCall {
+    uint32_t type;
+    uint64_t value;
+    int32_t time;
+    std::vector<int> fields;
+    std::string after; // the journal's last line at that time
+};
 struct PictureCall {
     mi_ive_image *image;
     uint32_t type;
@@ -114,6 +121,7 @@ struct Road {
     std::vector<std::pair<int, int>> box_sizes; // height, width of GetBBox
     std::vector<TrackCall> tracks;
     std::vector<BroadcastCall> broadcasts;
+    std::vector<RecordCall> records;
     std::vector<PictureCall> pictures; // allocated
     std::vector<mi_ive_image> freed;   // as they stood when they were given back
     std::vector<EnqueueCall> enqueues;
