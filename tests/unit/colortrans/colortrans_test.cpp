@@ -13,6 +13,7 @@
 
 #include "fake_clock.h"
 #include "ircut.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "naro_isp.h"
 
@@ -22,7 +23,10 @@ namespace
 std::atomic<uint32_t> again{0}, dgain{1024};
 std::atomic<int> asked{0}, enabled{0}, disabled{0}, reading_fails{0};
 std::atomic<bool> inited{true};
-std::atomic<int> create_error{0}, created{0};
+std::atomic<int> create_error{0}, created{0}, detached{0};
+std::atomic<const LogCapture *> said{
+    nullptr}; // what was said when the transform is switched; null: nobody looks
+std::atomic<size_t> lines_said{0};
 
 // ---- The decision ----------------------------------------------------------------------------------------
 
@@ -145,6 +149,45 @@ TEST_F(Watcher, EnablesOnceAndDisablesOnce)
                                              {NARO_LOG_ERR, " totalGain too small disable colorTrans\n"}}));
 }
 
+TEST_F(Watcher, SaysSoBeforeItSwitches)
+{
+    again = 46080;
+    said = &log;
+    ircut_set_COLORTRANS(1);
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    after(10000);
+    EXPECT_EQ(enabled, 1);
+    EXPECT_EQ(lines_said, 1u);
+    again = 0;
+    after(1000);
+    EXPECT_EQ(disabled, 1);
+    EXPECT_EQ(lines_said, 2u);
+}
+
+TEST_F(Watcher, StepsOfTheWallClockChangeNothing)
+{
+    again = 46080;
+    ircut_set_COLORTRANS(1);
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    clock.set_wall_ms(clock.wall_ms() - 3600000);
+    after(9999);
+    EXPECT_EQ(asked, 0);
+    after(1);
+    EXPECT_EQ(enabled, 1);
+    clock.set_wall_ms(clock.wall_ms() + 7200000);
+    after(999);
+    EXPECT_EQ(asked, 1);
+    after(1);
+    EXPECT_EQ(asked, 2);
+}
+
+TEST_F(Watcher, IsNobodysToJoinFromItsFirstMoment)
+{
+    ircut_set_COLORTRANS(1);
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    EXPECT_EQ(detached, 1);
+}
+
 TEST_F(Watcher, ALowGainAtTheStartDisablesOnce)
 {
     ircut_set_COLORTRANS(1);
@@ -235,11 +278,15 @@ int naro_isp_ev_attr_get(naro_isp_ev_attr *attr)
 int naro_isp_COLORTRANS_enable(void)
 {
     enabled++;
+    if (said)
+        lines_said = said.load()->texts().size();
     return -1;
 }
 int naro_isp_COLORTRANS_disable(void)
 {
     disabled++;
+    if (said)
+        lines_said = said.load()->texts().size();
     return -1;
 }
 bool ircut_is_inited(void)
@@ -252,6 +299,13 @@ extern "C" int __real_pthread_create(pthread_t *thread, const pthread_attr_t *at
 extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*entry)(void *),
                                      void *arg)
 {
+    EXPECT_EQ(locks_held(), 1u) << "or two callers would start two of them";
     created++;
     return create_error ? create_error.load() : __real_pthread_create(thread, attr, entry, arg);
+}
+extern "C" int __real_pthread_detach(pthread_t thread);
+extern "C" int __wrap_pthread_detach(pthread_t thread)
+{
+    detached++;
+    return __real_pthread_detach(thread);
 }

@@ -126,6 +126,9 @@ TEST_F(Gpio, GetDirect)
     EXPECT_EQ(GPIO_get_direct(45, buffer), 0);
     EXPECT_STREQ(buffer, "0123456789") << "ten bytes and the end";
     EXPECT_EQ(buffer[GPIO_DIRECTION_SIZE], '#');
+    sysfs.set("gpio/gpio45/direction", "");
+    EXPECT_EQ(GPIO_get_direct(45, buffer), 0);
+    EXPECT_STREQ(buffer, "") << "nothing is an answer, too";
 }
 
 TEST_F(Gpio, GetDirectFails)
@@ -185,6 +188,9 @@ TEST_F(Gpio, GetValue)
         {"-2147483649", INT_MIN},
         {"1234567890123", INT_MAX},
         {"00000000001x", 1},
+        {"1a", 1}, // decimal
+        {"2147483647", INT_MAX},
+        {"-2147483648", INT_MIN},
         {"000000000012", 1},                               // the twelfth is not looked at
         {std::string("1\n") + std::string(4094, '\0'), 1}, // as long as the kernel says its files are
     };
@@ -192,6 +198,18 @@ TEST_F(Gpio, GetValue)
         sysfs.set("gpio/gpio47/value", row.text);
         EXPECT_EQ(GPIO_get_value(47), row.value) << row.text;
     }
+    EXPECT_EQ(log.texts(), std::vector<std::string>{});
+}
+
+TEST_F(Gpio, GetValueOfAFileOfTheKernel)
+{
+    // It says that it has a page, and gives the two bytes that it holds.
+    const char *const file = "/sys/class/net/lo/ifindex";
+    if (access(file, R_OK) != 0)
+        GTEST_SKIP() << "no " << file;
+    sysfs.remove("gpio/gpio47/value");
+    ASSERT_EQ(symlink(file, (root + "/sys/class/gpio/gpio47/value").c_str()), 0);
+    EXPECT_EQ(GPIO_get_value(47), 1);
     EXPECT_EQ(log.texts(), std::vector<std::string>{});
 }
 
@@ -252,8 +270,7 @@ TEST_F(Gpio, OneShotWriteThatFailsLeavesTheLineRequested)
 
 TEST_F(Gpio, NoDescriptorIsLeftOpen)
 {
-    const int before = dup(0);
-    close(before);
+    const size_t before = open_descriptors();
     char buffer[GPIO_DIRECTION_SIZE];
     for (const char *path : {"none", "gpio/export", "gpio/unexport", "gpio/gpio47/direction"})
         for (const char *call : {"write", "read"}) {
@@ -263,9 +280,55 @@ TEST_F(Gpio, NoDescriptorIsLeftOpen)
             GPIO_get_direct(47, buffer);
             sysfs.fail(call, path, 0);
         }
-    const int after = dup(0);
-    close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(Gpio, DescriptorZeroIsAsGoodAsAnyOther)
+{
+    char buffer[GPIO_DIRECTION_SIZE];
+    close(0);
+    EXPECT_EQ(GPIO_request(47), 0);
+    EXPECT_EQ(GPIO_set_direct(47, "out"), 0);
+    EXPECT_EQ(GPIO_get_direct(47, buffer), 0);
+    EXPECT_EQ(GPIO_set_value(47, 1), 0);
+    EXPECT_EQ(GPIO_get_value(47), 1);
+    EXPECT_EQ(GPIO_cancel(47), 0);
+}
+
+// ---- What only the kernel can answer ---------------------------------------------------------------------
+
+// Busy, refused, gone, broken: each at each call on each file. Whatever fails is said once, on one line of the
+// error level, is answered with -1, and is over with the next call.
+TEST_F(Gpio, EveryFaultOfEveryFileIsSaidOnceAndForgotten)
+{
+    static char buffer[GPIO_DIRECTION_SIZE];
+    const struct {
+        const char *call, *path;
+        int (*function)();
+        bool busy_is_fine; // the line is there already
+    } table[] = {
+        {"open", "gpio/export", [] { return GPIO_request(47); }, false},
+        {"write", "gpio/export", [] { return GPIO_request(47); }, true},
+        {"open", "gpio/unexport", [] { return GPIO_cancel(47); }, false},
+        {"write", "gpio/unexport", [] { return GPIO_cancel(47); }, false},
+        {"open", "gpio/gpio47/direction", [] { return GPIO_set_direct(47, "out"); }, false},
+        {"write", "gpio/gpio47/direction", [] { return GPIO_set_direct(47, "out"); }, false},
+        {"open", "gpio/gpio47/direction", [] { return GPIO_get_direct(47, buffer); }, false},
+        {"read", "gpio/gpio47/direction", [] { return GPIO_get_direct(47, buffer); }, false},
+        {"fopen", "gpio/gpio47/value", [] { return GPIO_set_value(47, 0); }, false},
+        {"fopen", "gpio/gpio47/value", [] { return GPIO_get_value(47); }, false},
+    };
+    for (const auto &row : table)
+        for (int error : {EBUSY, EACCES, ENOENT, ENODEV, EIO}) {
+            log.clear();
+            sysfs.fail(row.call, row.path, error);
+            const bool fine = error == EBUSY && row.busy_is_fine;
+            EXPECT_EQ(row.function(), fine ? 0 : -1) << row.call << " " << row.path << " " << error;
+            EXPECT_EQ(log.texts(NARO_LOG_ERR).size(), fine ? 0u : 1u)
+                << row.call << " " << row.path << " " << error;
+            sysfs.fail(row.call, row.path, 0);
+            EXPECT_EQ(row.function(), 0) << row.call << " " << row.path;
+        }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <errno.h>
 #include <ev.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -11,6 +12,7 @@
 
 #include "fake_clock.h"
 #include "isolate.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "sysfs_tree.h"
 
@@ -26,6 +28,15 @@ class Led : public testing::Test
   protected:
     std::string white() { return sysfs.get("gpio/gpio47/value"); }
     void set_white(const char *value) { sysfs.set("gpio/gpio47/value", value); }
+    // Calls `look` in front of every call on a file, from here on in place of the tree's own record; what it
+    // returns becomes of the call.
+    static void look_at_files(std::function<int(const std::string &call, const std::string &path)> look)
+    {
+        static std::function<int(const std::string &, const std::string &)> looking;
+        looking = std::move(look);
+        naro_file_set_fault([](void *, const char *call, const char *path) { return looking(call, path); },
+                            nullptr);
+    }
 
     LogCapture log;
     FakeClock clock;
@@ -89,6 +100,18 @@ TEST_F(Led, FiniReleasesBothWhiteFirst)
     EXPECT_EQ(log.lines(), (Lines(2, {NARO_LOG_ERR, "has no this gpio!\n"})));
 }
 
+TEST_F(Led, FiniTellsOfEitherLine)
+{
+    for (int failing : {1, 2}) {
+        int writes = 0;
+        look_at_files([&](const std::string &call, const std::string &) {
+            return call == "write" && ++writes == failing ? EIO : 0;
+        });
+        EXPECT_EQ(ir_white_led_fini(), -1) << failing;
+        EXPECT_EQ(writes, 2) << "the other is released all the same";
+    }
+}
+
 TEST_F(Led, LinesAreSwitchedAndRead)
 {
     EXPECT_EQ(ir_white_led_crtl(WHITE_LED_GPIO, 1), 0);
@@ -144,6 +167,25 @@ TEST_F(Led, BrightnessFails)
                                                          " fail: Input/output error\n"}}));
         sysfs.fail("write", path, 0);
     }
+}
+
+TEST_F(Led, NoDescriptorIsLeftOpen)
+{
+    OutputCapture err(STDERR_FILENO);
+    const size_t before = open_descriptors();
+    ir_white_brightness_crtl(40, "6");
+    for (const char *file : {"duty_cycle", "enable"}) {
+        sysfs.fail("write", std::string("pwm/pwmchip0/pwm6/") + file, EIO);
+        ir_white_brightness_crtl(40, "6");
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(Led, DescriptorZeroIsAsGoodAsAnyOther)
+{
+    OutputCapture err(STDERR_FILENO);
+    close(0);
+    EXPECT_EQ(ir_white_brightness_crtl(40, "6"), 0);
 }
 
 TEST_F(Led, BlinkDoesNothing)
@@ -451,6 +493,160 @@ TEST_F(Timer, SetBackWhileDarkTheClockKeepsTheLightOff)
     clock.advance_ms(3600000);
     led_task_set_white_led_on();
     EXPECT_EQ(ir_white_get_light_status(), 1);
+}
+
+TEST_F(Timer, SetForwardWhileDarkTheClockEndsTheCoolDown)
+{
+    led_task_set_white_led_on();
+    seconds(30);
+    seconds(5);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 0);
+    clock.set_wall_ms(clock.wall_ms() + 3600000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 1);
+    seconds(30);
+    EXPECT_EQ(white(), "0");
+}
+
+TEST_F(Timer, SetForwardWhileLitTheClockAllowsNoExtension)
+{
+    first_light_has_gone();
+    led_task_set_white_led_on();
+    seconds(10);
+    clock.set_wall_ms(clock.wall_ms() + 3600000);
+    led_task_set_white_led_on(); // by the clock it went out an hour ago
+    clock.advance_ms(19999);
+    EXPECT_EQ(white(), "1");
+    clock.advance_ms(1);
+    EXPECT_EQ(white(), "0") << "30 s all the same";
+    clock.advance_ms(31000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(white(), "1") << "it went out by the new time";
+}
+
+TEST_F(Timer, SetBackAfterAStopTheClockKeepsTheLightOff)
+{
+    led_task_set_white_led_on();
+    led_task_set_timer_stop();
+    clock.set_wall_ms(clock.wall_ms() - 3600000);
+    clock.advance_ms(3600000 + 30000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 0);
+    clock.advance_ms(1000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 1);
+}
+
+TEST_F(Timer, BeingLitTheFirstTimeCountsAsGoingOut)
+{
+    // Seen only where the clock steps: otherwise the light is out before it could be extended.
+    led_task_set_white_led_on();
+    seconds(10);
+    clock.set_wall_ms(clock.wall_ms() + 60000);
+    led_task_set_white_led_on();
+    seconds(29);
+    EXPECT_EQ(white(), "1") << "extended: 70 s after it was lit";
+    seconds(1);
+    EXPECT_EQ(white(), "0");
+}
+
+TEST_F(Timer, AClockThatWasNeverSetLightsAfterHalfAMinute)
+{
+    clock.set_wall_ms(30999);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 0);
+    clock.set_wall_ms(31000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(ir_white_get_light_status(), 1);
+}
+
+TEST_F(Timer, TimeGoesOnAfter2038)
+{
+    clock.set_wall_ms(2200000000000);
+    led_task_set_white_led_on();
+    EXPECT_EQ(white(), "1");
+    seconds(30);
+    EXPECT_EQ(white(), "0");
+    seconds(30);
+    led_task_set_white_led_on();
+    EXPECT_EQ(white(), "0");
+    seconds(1);
+    led_task_set_white_led_on();
+    EXPECT_EQ(white(), "1");
+}
+
+TEST_F(Timer, ACameraMayRunForMonths)
+{
+    clock.advance_ms(0xFFFFFFFFu - 10000 -
+                     clock.monotonic_ms()); // just before 32 bits of milliseconds are over
+    led_task_set_white_led_on();
+    run_loop();
+    clock.advance_ms(29999);
+    EXPECT_EQ(white(), "1");
+    clock.advance_ms(1);
+    EXPECT_EQ(white(), "0");
+}
+
+TEST_F(Timer, AWakeUpThatComesAfterItsWishWasCarriedOutChangesNothing)
+{
+    led_task_set_white_led_on();
+    run_loop();
+    clock.advance_ms(29999);
+    led_task_set_timer(1); // carried out by the firing, the wake-up still to come
+    clock.advance_ms(1);
+    EXPECT_EQ(clock.armed_timers(), 1u);
+    run_loop();
+    EXPECT_EQ(clock.armed_timers(), 1u);
+    clock.advance_ms(29999);
+    EXPECT_EQ(white(), "0");
+}
+
+TEST_F(Timer, ItsFiringStopsATimerThatIsStillRunning)
+{
+    struct ev_timer timer;
+    ev_timer_init(&timer, timer_action, 1000., 5.);
+    ev_timer_start(loop, &timer);
+    timer_action(loop, &timer, EV_TIMER);
+    EXPECT_FALSE(ev_is_active(&timer));
+    EXPECT_EQ(white(), "0");
+}
+
+TEST_F(Timer, TheLineIsSwitchedFirstAndUnderTheLock)
+{
+    // Whoever asks without the lock hears of a light only when there is one, and until it is out.
+    std::vector<int> status;
+    look_at_files([&](const std::string &call, const std::string &path) {
+        if (call == "fopen" && path == "/sys/class/gpio/gpio47/value") {
+            EXPECT_EQ(locks_held(), 1u);
+            status.push_back(ir_white_get_light_status());
+        }
+        return 0;
+    });
+    led_task_set_white_led_on();
+    run_loop();
+    clock.advance_ms(30000);
+    EXPECT_EQ(status, (std::vector<int>{0, 1}));
+    EXPECT_EQ(ir_white_get_light_status(), 0);
+}
+
+TEST_F(Timer, TheTimeIsReadUnderTheLock)
+{
+    static uint64_t now_ms = 1700000000000;
+    naro_clock seam = {};
+    seam.wall_ms = [](void *) {
+        EXPECT_EQ(locks_held(), 1u) << "a later person must not come with an earlier time";
+        return now_ms;
+    };
+    seam.monotonic_ms = [](void *) {
+        EXPECT_EQ(locks_held(), 1u);
+        return uint64_t{1000};
+    };
+    naro_clock_replace(&seam);
+    led_task_set_white_led_on();
+    led_task_set_timer(1);
+    led_task_set_timer_stop();
+    EXPECT_EQ(locks_held(), 0u);
 }
 
 TEST_F(Timer, AnotherInitChangesNothing)

@@ -62,6 +62,10 @@ TEST(Sample, FieldsOfTheProcessorsWords)
     EXPECT_EQ(s.rgain, 10);
     EXPECT_EQ(s.bgain, -20);
     EXPECT_EQ(s.gain_sum, -10);
+    const ircut_sample other = ircut_sample_of({{1, 2, 3, 40, 500, 6, 7}}, wb);
+    EXPECT_EQ(other.again, 40u);
+    EXPECT_EQ(other.dgain, 500u);
+    EXPECT_EQ(other.total_gain, 20000u);
 }
 
 TEST(Sample, GainsAreMadeWholeTowardsZeroAndTheirSumOnce)
@@ -373,6 +377,11 @@ TEST(Alarm, DurationIsUnsigned)
     EXPECT_EQ(light_of(0, -1), std::string(100, '1') + "...");
     // 4294968 s are 704 ms in 32 bits.
     EXPECT_EQ(light_of(0, 4294968), "11");
+    // Two ticks for each second, to the end.
+    alarm_counts counts = {0, 0};
+    for (int i = 0; i < 2 * 3600; i++)
+        ASSERT_FALSE(alarm_tick_of(0, 3600, 1, &counts).end) << i;
+    EXPECT_TRUE(alarm_tick_of(0, 3600, 1, &counts).end);
 }
 
 TEST(Alarm, AnLedThatShinesOrCannotBeReadIsNotLitAgain)

@@ -15,6 +15,7 @@
 #include "ircut_internal.h"
 #include "ircut_pwm.h"
 #include "isolate.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "sysfs.h"
 #include "sysfs_tree.h"
@@ -76,6 +77,21 @@ TEST(Table, IsFilledAndSaysSoEveryTime)
     EXPECT_EQ(table.pwm_exit, _mstar_pwm_drv_exit);
     EXPECT_EQ(table.pwm_duty, _mstar_pwm_duty);
     EXPECT_EQ(table.ctrl_task, mstar_ircut_ctrl_smart);
+}
+
+// For the thread sanitizer: a start that finds the module running fills the table while others call through it.
+TEST(Table, IsFilledWhileOthersReadIt)
+{
+    LogCapture log;
+    ircut_config_init();
+    std::thread filler([] {
+        for (int i = 0; i < 200; i++)
+            ircut_config_init();
+    });
+    for (int i = 0; i < 200; i++)
+        EXPECT_STREQ(ircut_config_get().ircut_gpio_b, "79")
+            << "the old one or the new one, and nothing between";
+    filler.join();
 }
 
 TEST_F(Drivers, WrappersPassResultsOn)
@@ -269,10 +285,102 @@ TEST_F(Drivers, ALineThatCannotBeWrittenKeepsNoLineHigh)
     }
 }
 
+TEST_F(Drivers, APulseIsAFailureWhereEitherOfItsHalvesIs)
+{
+    // Driven, and then not released; and the other way round.
+    clock.on_sleep = [&](unsigned) { sysfs.fail("write", "gpio/gpio78/value", EIO); };
+    EXPECT_EQ(_mstar_ircut_drv_sw(1), -1);
+    clock.on_sleep = [&](unsigned) { sysfs.fail("write", "gpio/gpio78/value", 0); };
+    EXPECT_EQ(_mstar_ircut_drv_sw(1), -1);
+    EXPECT_EQ(_mstar_ircut_drv_sw(1), 0);
+}
+
+TEST_F(Drivers, APulseIsMadeUnderTheCoilsLock)
+{
+    clock.on_sleep = [](unsigned) { EXPECT_EQ(locks_held(), 1u); };
+    _mstar_ircut_drv_sw(0);
+    _mstar_ircut_drv_sw(1);
+    _mstar_ircut_drv_sw(2);
+    sysfs.fail("open", "gpio/gpio78/value", ENOENT);
+    _mstar_ircut_drv_sw(1);
+    EXPECT_EQ(locks_held(), 0u);
+}
+
+// A pulse lasts half a second of a clock that nobody sets.
+TEST_F(Drivers, APulseDoesNotMoveWithTheWallClock)
+{
+    for (int64_t step_ms : {-3600000, 3600000}) {
+        clock.on_sleep = [&](unsigned) {
+            clock.set_wall_ms(clock.wall_ms() + static_cast<uint64_t>(step_ms));
+        };
+        const uint64_t begin_ms = clock.monotonic_ms();
+        EXPECT_EQ(_mstar_ircut_drv_sw(0), 0);
+        EXPECT_EQ(clock.monotonic_ms() - begin_ms, 500u);
+        EXPECT_EQ(sysfs.get("gpio/gpio78/value"), "0");
+    }
+}
+
+TEST_F(Drivers, DescriptorZeroIsAsGoodAsAnyOther)
+{
+    OutputCapture err(STDERR_FILENO);
+    close(0);
+    EXPECT_EQ(_mstar_ircut_drv_init(), 0);
+    EXPECT_EQ(_mstar_ircut_drv_sw(1), 0);
+    EXPECT_EQ(_mstar_ircut_drv_exit(), 0);
+    EXPECT_EQ(_mstar_pwm_drv_init(), 0);
+    EXPECT_EQ(_mstar_pwm_duty("30"), 0);
+    EXPECT_EQ(_mstar_pwm_drv_exit(), 0);
+    EXPECT_EQ(log.texts(NARO_LOG_ERR), std::vector<std::string>{});
+}
+
+// Busy, refused, gone, broken: each at each call on each file. Whatever fails is said on the error level and
+// answered with -1, and the next call finds nothing amiss.
+TEST_F(Drivers, EveryFaultOfEveryFileIsSaidAndForgotten)
+{
+    const struct {
+        const char *call, *path;
+        int (*function)();
+        size_t lines;
+        bool busy_is_fine; // what is asked for is there already
+    } table[] = {
+        {"open", "gpio/export", _mstar_ircut_drv_init, 1, false},
+        {"write", "gpio/export", _mstar_ircut_drv_init, 1, true},
+        {"open", "gpio/gpio78/direction", _mstar_ircut_drv_init, 1, false},
+        {"write", "gpio/gpio79/direction", _mstar_ircut_drv_init, 1, false},
+        {"open", "gpio/unexport", _mstar_ircut_drv_exit, 1, false},
+        {"open", "gpio/gpio78/value", [] { return _mstar_ircut_drv_sw(0); }, 1, false},
+        {"open", "gpio/gpio79/value", [] { return _mstar_ircut_drv_sw(1); }, 1, false},
+        {"write", "gpio/gpio78/value", [] { return _mstar_ircut_drv_sw(0); }, 2, false}, // at both ends
+        {"write", "gpio/gpio79/value", [] { return _mstar_ircut_drv_sw(1); }, 2, false},
+        {"open", "pwm/pwmchip0/export", _mstar_pwm_drv_init, 1, false},
+        {"write", "pwm/pwmchip0/export", _mstar_pwm_drv_init, 1, true},
+        {"open", "pwm/pwmchip0/pwm6/period", _mstar_pwm_drv_init, 1, false},
+        {"write", "pwm/pwmchip0/pwm4/enable", _mstar_pwm_drv_init, 1, false},
+        {"open", "pwm/pwmchip0/pwm4/enable", _mstar_pwm_drv_exit, 1, false},
+        {"write", "pwm/pwmchip0/pwm4/enable", _mstar_pwm_drv_exit, 1, false},
+        {"open", "pwm/pwmchip0/unexport", _mstar_pwm_drv_exit, 1, false},
+        {"open", "pwm/pwmchip0/pwm4/duty_cycle", [] { return _mstar_pwm_duty("99"); }, 1, false},
+        {"write", "pwm/pwmchip0/pwm4/duty_cycle", [] { return _mstar_pwm_duty("99"); }, 1, false},
+        {"open", "pwm/pwmchip0/pwm4/enable", [] { return _mstar_pwm_duty("99"); }, 1, false},
+        {"read", "pwm/pwmchip0/pwm4/enable", [] { return _mstar_pwm_duty("99"); }, 1, false},
+    };
+    OutputCapture err(STDERR_FILENO);
+    for (const auto &row : table)
+        for (int error : {EBUSY, EACCES, ENOENT, ENODEV, EIO}) {
+            log.clear();
+            sysfs.fail(row.call, row.path, error);
+            const bool fine = error == EBUSY && row.busy_is_fine;
+            EXPECT_EQ(row.function(), fine ? 0 : -1) << row.call << " " << row.path << " " << error;
+            EXPECT_EQ(log.texts(NARO_LOG_ERR).size(), fine ? 0u : row.lines)
+                << row.call << " " << row.path << " " << error;
+            sysfs.fail(row.call, row.path, 0);
+            EXPECT_EQ(row.function(), 0) << row.call << " " << row.path;
+        }
+}
+
 TEST_F(Drivers, NoDescriptorIsLeftOpen)
 {
-    const int before = dup(0);
-    close(before);
+    const size_t before = open_descriptors();
     const auto all = [] {
         _mstar_ircut_drv_init();
         _mstar_ircut_drv_sw(0);
@@ -290,9 +398,7 @@ TEST_F(Drivers, NoDescriptorIsLeftOpen)
             all();
             sysfs.fail(call, path, 0);
         }
-    const int after = dup(0);
-    close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST(Coil, TwoThreadsNeverPulseTogether)
