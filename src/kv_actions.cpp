@@ -1,16 +1,20 @@
 // What the settings act on. A module joins by its line.
 #include "kv_actions.h"
 
+#include "algo_shm.h"
 #include "colortrans.h"
 #include "ircut.h"
 #include "mid_hchd.h"
+#include "mid_hchd_fav_area.h"
+#include "motion_event_record.h"
+#include "motion_track.h"
 #include "wdr.h"
 
 const kv_action_table kv_actions = {
     mid_hchd_sensitivity_set,
     mid_hchd_people_sensitivity_set,
     set_mid_people_region,
-    nullptr, // fav_area_update: no care regions yet
+    mid_hchd_fav_area_algo_update,
     ircut_init,
     ircut_mode_switch,
     ircut_mode_config,
@@ -19,12 +23,13 @@ const kv_action_table kv_actions = {
     wdr_mode_config,
     set_white_led_alarm_info,
     &g_uvo_hdr_flag,
-    nullptr, // track_mode_config: no tracking yet
-    nullptr, // motor_mailbox_init: no mailbox yet
-    nullptr, // motor_mailbox_fini
+    motion_track_mode_config,
+    motion_track_mode_get,
+    algo_shm_init,
+    algo_shm_fini,
     &g_motor_position_v_p,
-    nullptr, // sdcard_writable: no records yet
-    nullptr, // face_detect
-    nullptr, // human_detect
-    nullptr, // baby_cry_detect
+    &motion_record_settings.sdcard_writable,
+    &motion_record_settings.face_detect,
+    &motion_record_settings.human_detect,
+    &motion_record_settings.baby_cry_detect,
 };

@@ -27,6 +27,7 @@ struct kv_action_table {
     std::atomic<int> *hdr_flag;
     // tracking and the motor
     int (*track_mode_config)(int on);
+    int (*track_mode_get)(void); // 1 while it is on
     int (*motor_mailbox_init)(void);
     int (*motor_mailbox_fini)(void);
     std::atomic<int> *motor_position_v;

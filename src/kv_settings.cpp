@@ -201,20 +201,22 @@ void apply_power(const char *name, xpair *pair, void *handle)
 
 // ---- Tracking and records ---------------------------------------------------------------------------------
 
+// Only what changes something: turning on what is on would start the tracker anew.
+void track_switch(int on)
+{
+    if (kv_actions.track_mode_get && kv_actions.track_mode_get() == on)
+        return;
+    kv_act(kv_actions.track_mode_config, on);
+    kv_act(on == 1 ? kv_actions.motor_mailbox_init : kv_actions.motor_mailbox_fini);
+}
+
 void apply_track(const char *name, xpair *pair)
 {
-    switch (kv_value_switch(pair->value)) {
-    case KV_ON:
-        kv_act(kv_actions.track_mode_config, 1);
-        kv_act(kv_actions.motor_mailbox_init);
-        break;
-    case KV_OFF:
-        kv_act(kv_actions.track_mode_config, 0);
-        kv_act(kv_actions.motor_mailbox_fini);
-        break;
-    case KV_NEITHER:
+    const kv_switch on = kv_value_switch(pair->value);
+    if (on == KV_NEITHER)
         log_err("[%s] not support track_mode = %s\n", name, pair->value);
-    }
+    else
+        track_switch(on == KV_ON ? 1 : 0);
 }
 
 void apply_motor(const char *, xpair *pair)

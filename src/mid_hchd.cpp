@@ -20,8 +20,10 @@
 #include "ircut.h"
 #include "ive_image.h"
 #include "mi_ive.h"
+#include "mid_hchd_fav_area.h"
 #include "mid_hchd_region.h"
 #include "motion_event_record.h"
+#include "motion_track.h"
 #include "naro_isp.h"
 #include "naro_util.h"
 #include "nn/network.h"
@@ -115,6 +117,7 @@ int motion_region_detect()
     const pixel_rect grown = region_grown(moved);
     if (region_is_whole_frame(grown))
         return 0;
+    motion_track_coordinate_config(grown.x1, grown.y1, grown.x2 - grown.x1 + 1, grown.y2 - grown.y1 + 1);
     state.rect = region_to_search(grown, unpacked(settings.people_region.load(std::memory_order_relaxed)));
     return 1;
 }
@@ -344,6 +347,7 @@ int mid_hchd_init(int)
         return 0;
     }
     state = {};
+    mid_hchd_fav_area_algo_init();
     // Deliberately not looked at: without the engine every difference fails and the daemon lives on without motion.
     Module_SAD();
     state.config = {ANALYSIS_HEIGHT,

@@ -28,8 +28,9 @@ void mid_hchd_fav_area_algo_init(void);
 // Adds, moves or deletes. Texts beyond 31 bytes are cut.
 //
 // An area is meant when both given texts are beginnings of its own: deliberately, so that "door" also
-// reaches "door-2". All that are meant are moved, and take the given event type as theirs; or, where all
-// four coordinates are 0, deleted. Where none is meant, the area is added.
+// reaches "door-2", and is not added where that is all there is. All that are meant are moved, and take the
+// given event type as theirs; or, where all four coordinates are 0, deleted. Where none is meant, the area
+// is added.
 //
 // Deliberate: a deletion moves the later areas down and does not clear the last place, so that of a table
 // that was full the tenth area stays there as well. Nothing can be added then until that area itself is

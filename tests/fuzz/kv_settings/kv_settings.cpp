@@ -57,10 +57,10 @@ int alarm_light(int flag, const int *words)
 } // namespace
 
 const kv_action_table kv_actions = {
-    number<0, 2>,      any_number,       people_region, fav_area,      nothing,
-    number<0, 9>,      number<0, 9>,     number<0, 1>,  number<1, 2>,  number<1, 1>,
-    alarm_light,       &hdr_flag,        number<0, 1>,  nothing,       nothing,
-    &motor_position_v, &sdcard_writable, &face_detect,  &human_detect, &baby_cry_detect,
+    number<0, 2>, any_number,    people_region,    fav_area,     nothing,           number<0, 9>,
+    number<0, 9>, number<0, 1>,  number<1, 2>,     number<1, 1>, alarm_light,       &hdr_flag,
+    number<0, 1>, nothing,       nothing,          nothing,      &motor_position_v, &sdcard_writable,
+    &face_detect, &human_detect, &baby_cry_detect,
 };
 
 int kv_sys_param_init(void *)

@@ -12,6 +12,7 @@
 inline struct {
     std::vector<std::string> calls;
     std::function<void()> on_call; // called first in those with one number
+    int track_mode = 0;            // of tracking, as it was set last
     std::atomic<int> hdr_flag{-7}, motor_position_v{-7};
     std::atomic<uint8_t> sdcard_writable{7}, face_detect{7}, human_detect{7}, baby_cry_detect{7};
 } acts;
@@ -46,6 +47,15 @@ ACT_NAME(motor_mailbox_init);
 ACT_NAME(motor_mailbox_fini);
 #undef ACT_NAME
 
+inline int track_mode_config(int mode)
+{
+    acts.track_mode = mode;
+    return with_number<track_mode_config_name>(mode);
+}
+inline int track_mode_get()
+{
+    return acts.track_mode;
+}
 inline int people_region_set(int x1, int x2, int y1, int y2)
 {
     acts.calls.push_back("people_region_set " + std::to_string(x1) + " " + std::to_string(x2) + " " +
@@ -80,7 +90,8 @@ const kv_action_table kv_actions = {
     acts_detail::with_number<acts_detail::wdr_mode_config_name>,
     acts_detail::white_led_alarm,
     &acts.hdr_flag,
-    acts_detail::with_number<acts_detail::track_mode_config_name>,
+    acts_detail::track_mode_config,
+    acts_detail::track_mode_get,
     acts_detail::alone<acts_detail::motor_mailbox_init_name>,
     acts_detail::alone<acts_detail::motor_mailbox_fini_name>,
     &acts.motor_position_v,

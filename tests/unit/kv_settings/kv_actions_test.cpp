@@ -3,12 +3,25 @@
 
 #include <gtest/gtest.h>
 
+#include "algo_shm.h"
 #include "colortrans.h"
 #include "ircut.h"
 #include "mid_hchd.h"
+#include "mid_hchd_fav_area.h"
+#include "motion_event_record.h"
+#include "motion_track.h"
 #include "wdr.h"
 
+motion_record_words motion_record_settings;
 std::atomic<int> g_uvo_hdr_flag, g_motor_position_v_p;
+int algo_shm_init(void)
+{
+    return 0;
+}
+int algo_shm_fini(void)
+{
+    return 0;
+}
 int ircut_init(void)
 {
     return 0;
@@ -49,12 +62,25 @@ int set_mid_people_region(int, int, int, int)
 {
     return 0;
 }
+int mid_hchd_fav_area_algo_update(int, int, int, int, const char *, const char *)
+{
+    return 0;
+}
+int motion_track_mode_config(int)
+{
+    return 0;
+}
+int motion_track_mode_get(void)
+{
+    return 0;
+}
 
 TEST(KvActions, Detection)
 {
     EXPECT_EQ(kv_actions.sensitivity_set, mid_hchd_sensitivity_set);
     EXPECT_EQ(kv_actions.people_sensitivity_set, mid_hchd_people_sensitivity_set);
     EXPECT_EQ(kv_actions.people_region_set, set_mid_people_region);
+    EXPECT_EQ(kv_actions.fav_area_update, mid_hchd_fav_area_algo_update);
 }
 
 TEST(KvActions, LightAndPicture)
@@ -70,17 +96,24 @@ TEST(KvActions, LightAndPicture)
     EXPECT_EQ(kv_actions.motor_position_v, &g_motor_position_v_p);
 }
 
-// Each of these leaves the list when its module joins the daemon.
-TEST(KvActions, ModulesThatAreStillToCome)
+TEST(KvActions, Records)
 {
-    EXPECT_EQ(kv_actions.fav_area_update, nullptr);
-    EXPECT_EQ(kv_actions.track_mode_config, nullptr);
-    EXPECT_EQ(kv_actions.motor_mailbox_init, nullptr);
-    EXPECT_EQ(kv_actions.motor_mailbox_fini, nullptr);
-    EXPECT_EQ(kv_actions.sdcard_writable, nullptr);
-    EXPECT_EQ(kv_actions.face_detect, nullptr);
-    EXPECT_EQ(kv_actions.human_detect, nullptr);
-    EXPECT_EQ(kv_actions.baby_cry_detect, nullptr);
+    EXPECT_EQ(kv_actions.sdcard_writable, &motion_record_settings.sdcard_writable);
+    EXPECT_EQ(kv_actions.face_detect, &motion_record_settings.face_detect);
+    EXPECT_EQ(kv_actions.human_detect, &motion_record_settings.human_detect);
+    EXPECT_EQ(kv_actions.baby_cry_detect, &motion_record_settings.baby_cry_detect);
+}
+
+TEST(KvActions, Tracking)
+{
+    EXPECT_EQ(kv_actions.track_mode_config, motion_track_mode_config);
+    EXPECT_EQ(kv_actions.track_mode_get, motion_track_mode_get);
+}
+
+TEST(KvActions, MotorMailbox)
+{
+    EXPECT_EQ(kv_actions.motor_mailbox_init, algo_shm_init);
+    EXPECT_EQ(kv_actions.motor_mailbox_fini, algo_shm_fini);
 }
 
 TEST(KvActions, WhatIsMissingIsLeftOut)

@@ -490,8 +490,13 @@ TEST_F(KvSettingValues, PeopleRegionUnderAnyKey)
 
 TEST_F(KvSettingValues, TrackSwitch)
 {
+    acts.track_mode = 0;
+    check({"track_switch", "off", {}, {}}); // only what changes something acts
     check({"track_switch", "on", {"track_mode_config 1", "motor_mailbox_init"}, {}});
+    check({"track_switch", "on", {}, {}});
     check({"track_switch", "off", {"track_mode_config 0", "motor_mailbox_fini"}, {}});
+    check({"track_switch", "off", {}, {}});
+    check({"track_switch", "on", {"track_mode_config 1", "motor_mailbox_init"}, {}});
     check_not_understood("track_switch", strange, "not support track_mode");
     check_not_understood("track_switch", {"on ", "only", "offf", "1"}, "not support track_mode");
 }

@@ -168,10 +168,11 @@ TEST_F(MidHchd, InitAndFiniInOrder)
 {
     r.free_results = {0, 0, 0};
     run({frame()});
-    EXPECT_THAT(r.journal, ElementsAre("ive create 0", "picture 10", "picture 9", "picture 0", "network init",
-                                       "model 0", "area 16384 28224", "thread", "take 0", "take 1", "give 1",
-                                       "give 0", "picture free 10", "picture free 9", "picture free 0",
-                                       "network release", "ive destroy 0"));
+    EXPECT_THAT(r.journal,
+                ElementsAre("no care regions", "ive create 0", "picture 10", "picture 9", "picture 0",
+                            "network init", "model 0", "area 16384 28224", "thread", "take 0", "take 1",
+                            "give 1", "give 0", "picture free 10", "picture free 9", "picture free 0",
+                            "network release", "ive destroy 0"));
     ASSERT_THAT(r.pictures, SizeIs(3));
     EXPECT_EQ(r.pictures[0].stride, 320);
     EXPECT_EQ(r.pictures[0].width, 320);
@@ -221,8 +222,8 @@ TEST_F(MidHchd, NoDetector)
     r.init_network = -1;
     EXPECT_EQ(mid_hchd_init(2), -1);
     EXPECT_EQ(out.text(), "[HD] Could not create Network handle\n");
-    EXPECT_THAT(r.journal,
-                ElementsAre("ive create 0", "picture 10", "picture 9", "picture 0", "network init"));
+    EXPECT_THAT(r.journal, ElementsAre("no care regions", "ive create 0", "picture 10", "picture 9",
+                                       "picture 0", "network init"));
     out.clear();
     r.journal.clear();
     EXPECT_EQ(mid_hchd_fini(), 0);
@@ -303,10 +304,11 @@ TEST_F(MidHchd, TheEngineCannotBeHad)
     Step refused;
     refused.sad = static_cast<int>(0xA0002005u);
     run({frame(), refused}); // lives on without motion
-    EXPECT_THAT(r.journal, ElementsAre("ive create 0", "network init", "model 0", "area 16384 28224",
-                                       "thread", "take 0", "take 1", "sad 0 1", "track 0", "give 0", "take 2",
-                                       "give 2", "give 1", "picture free 0", "picture free 0",
-                                       "picture free 0", "network release", "ive destroy 0"));
+    EXPECT_THAT(r.journal,
+                ElementsAre("no care regions", "ive create 0", "network init", "model 0", "area 16384 28224",
+                            "thread", "take 0", "take 1", "sad 0 1", "track 0", "give 0", "take 2", "give 2",
+                            "give 1", "picture free 0", "picture free 0", "picture free 0", "network release",
+                            "ive destroy 0"));
     EXPECT_EQ(out.text(), "Could not create IVE handle\n" + first_frame_line(r, 0) +
                               "MI_IVE_Sad() return ERROR 0xA0002005\nMD_frame_difference is failed!\n" +
                               "recv cmd quit\nquit!\n" + released);
@@ -342,7 +344,7 @@ TEST_F(MidHchd, APictureCannotBeHad)
         r.frames = {frame(), refused};
         EXPECT_EQ(mid_hchd_init(2), 0);
         ASSERT_TRUE(r.wait_until_idle());
-        Journal expected = {"ive create 0"};
+        Journal expected = {"no care regions", "ive create 0"};
         expected.insert(expected.end(), c.journal.begin(), c.journal.end());
         for (const char *line : {"network init", "model 0", "area 16384 28224", "thread"})
             expected.push_back(line);
@@ -641,8 +643,8 @@ TEST_F(MidHchd, MotionWithoutAPerson)
 {
     run({frame(), moved()});
     EXPECT_THAT(frames_journal(),
-                ElementsAre("take 0", "take 1", "sad 0 1", "csc", "forward", "boxes", "event ObjectMotion",
-                            "track 0", "give 0", "take 2", "give 2", "give 1"));
+                ElementsAre("take 0", "take 1", "sad 0 1", "follow 104,88 24x24", "csc", "forward", "boxes",
+                            "event ObjectMotion", "track 0", "give 0", "take 2", "give 2", "give 1"));
     ASSERT_THAT(r.broadcasts, SizeIs(1));
     EXPECT_EQ(r.broadcasts[0].index, 0);
     EXPECT_EQ(r.broadcasts[0].length, 13);
@@ -666,9 +668,10 @@ TEST_F(MidHchd, TheDifferenceFails)
     Step failed = moved();
     failed.sad = static_cast<int>(0xA0002003u);
     run({frame(), failed, moved()});
-    EXPECT_THAT(frames_journal(), ElementsAre("take 0", "take 1", "sad 0 1", "track 0", "give 0", "take 2",
-                                              "sad 2 1", "csc", "forward", "boxes", "event ObjectMotion",
-                                              "track 0", "give 1", "take 3", "give 3", "give 2"));
+    EXPECT_THAT(frames_journal(),
+                ElementsAre("take 0", "take 1", "sad 0 1", "track 0", "give 0", "take 2", "sad 2 1",
+                            "follow 104,88 24x24", "csc", "forward", "boxes", "event ObjectMotion", "track 0",
+                            "give 1", "take 3", "give 3", "give 2"));
     EXPECT_EQ(out.text(), first_frame_line(r, 0) +
                               "MI_IVE_Sad() return ERROR 0xA0002003\n"
                               "MD_frame_difference is failed!\n"
@@ -683,8 +686,8 @@ TEST_F(MidHchd, APerson)
 {
     run({frame(), people({{3, 5, 20, 30, 0, 0.8f}})});
     EXPECT_THAT(frames_journal(),
-                ElementsAre("take 0", "take 1", "sad 0 1", "csc", "forward", "boxes", "event PeopleMotion",
-                            "track 1", "give 0", "take 2", "give 2", "give 1"));
+                ElementsAre("take 0", "take 1", "sad 0 1", "follow 104,88 24x24", "csc", "forward", "boxes",
+                            "event PeopleMotion", "track 1", "give 0", "take 2", "give 2", "give 1"));
     ASSERT_THAT(r.broadcasts, SizeIs(1));
     EXPECT_EQ(r.broadcasts[0].index, 0);
     EXPECT_EQ(r.broadcasts[0].length, 13);
@@ -827,6 +830,28 @@ TEST_F(MidHchd, WithoutMotionNothingIsRecorded)
 {
     run({frame(), frame()});
     EXPECT_THAT(r.records, IsEmpty());
+}
+
+// ---- The tracker -----------------------------------------------------------------------------------------
+
+TEST_F(MidHchd, TheTrackerIsToldOfTheGrownRectangle)
+{
+    run({frame(), moved(0, 1, 0, 1), moved(39, 40, 23, 24), moved(3, 10, 5, 7), frame()});
+    EXPECT_THAT(only({"follow"}),
+                ElementsAre("follow 0,0 16x16", "follow 304,176 16x16", "follow 16,32 72x32"));
+}
+
+TEST_F(MidHchd, TheTrackerIsNotToldOfMotionEverywhere)
+{
+    run({frame(), moved(0, 40, 0, 24), moved(1, 39, 1, 23), moved(2, 39, 1, 23)});
+    EXPECT_THAT(only({"follow"}), ElementsAre("follow 8,0 312x192"));
+}
+
+TEST_F(MidHchd, ThePeopleRegionIsNotTheTrackers)
+{
+    set_mid_people_region(0, 1000, 0, 2000);
+    run({frame(), moved()});
+    EXPECT_THAT(only({"follow"}), ElementsAre("follow 104,88 24x24"));
 }
 
 // ---- The crop --------------------------------------------------------------------------------------------

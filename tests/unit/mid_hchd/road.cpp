@@ -15,7 +15,9 @@
 #include "ir_white_led.h"
 #include "ircut.h"
 #include "ive_image.h"
+#include "mid_hchd_fav_area.h"
 #include "motion_event_record.h"
+#include "motion_track.h"
 #include "naro_isp.h"
 
 Road *road;
@@ -381,6 +383,22 @@ const BBox *Get_Boxes(const NetworkHandle *)
 {
     Lock lock;
     return road->current->boxes.data();
+}
+
+// ---- The tracker and the care regions --------------------------------------------------------------------
+
+int motion_track_coordinate_config(int x, int y, int w, int h)
+{
+    Lock lock;
+    note("follow " + std::to_string(x) + "," + std::to_string(y) + " " + std::to_string(w) + "x" +
+         std::to_string(h));
+    return -1; // the task must not mind
+}
+
+void mid_hchd_fav_area_algo_init(void)
+{
+    Lock lock;
+    note("no care regions");
 }
 
 // ---- Events and boxes out --------------------------------------------------------------------------------

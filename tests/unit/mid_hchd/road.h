@@ -10,7 +10,7 @@
 //   EXPECT_EQ(road.journal, ...);
 //
 // The journal tells: "take N" and "give N" (N counts the elements of the script from 0; what fini publishes follows),
-// "take fails", "sad A B" (the elements compared), "csc", "forward", "boxes", "light" (the white LED is asked for),
+// "take fails", "sad A B" (the elements compared), "follow X,Y WxH" (the tracker is told), "csc", "forward", "boxes", "light" (the white LED is asked for),
 // "event TEXT", "track COUNT", and what init and fini do.
 //
 // Fill in before init, read after fini or while the task is idle.

@@ -15,6 +15,9 @@
 #include "ir_white_led.h"
 #include "ircut.h"
 #include "mid_hchd.h"
+#include "mid_hchd_fav_area.h"
+#include "motion_event_record.h"
+#include "motion_track.h"
 #include "naro_ipc_wire.h"
 #include "queues.h"
 
@@ -64,6 +67,15 @@ int get_current_night_mode(int *night, int *mode, int *alarm)
 int led_task_set_white_led_on(void)
 {
     return 0;
+}
+void mid_hchd_fav_area_algo_init(void) {}
+int motion_track_coordinate_config(int, int, int, int)
+{
+    return 0;
+}
+int motion_record_event_write_wrap(uint32_t, uint64_t, int32_t, uint16_t, uint16_t, uint16_t, uint16_t)
+{
+    return -1; // the card is out
 }
 
 // The last thing that happens to a frame but the return of the one before.
