@@ -1,5 +1,6 @@
 // A sequence lock over a few words: the count is odd while they are written, and whoever has read them looks whether it
-// is still the same.
+// is still the same. Each word is stored with release and loaded with acquire: who sees a new word also sees the count
+// that was odd before it.
 #include "motor_view.h"
 
 #include <atomic>
@@ -63,15 +64,14 @@ void motor_view_write(motor_view_file *view, const motor_view_record *record)
 {
     // Odd, also where a writer before us died inside.
     view->count.store(view->count.load(std::memory_order_relaxed) | 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    view->moves.store(record->moves, std::memory_order_relaxed);
-    view->turning.store(record->turning, std::memory_order_relaxed);
+    view->moves.store(record->moves, std::memory_order_release);
+    view->turning.store(record->turning, std::memory_order_release);
     for (int axis = 0; axis < MOTOR_AXES; axis++) {
-        view->steps[axis].store(record->place.axis[axis].steps, std::memory_order_relaxed);
-        view->head[axis].store(in_units(record->place.axis[axis].head, HEAD_UNIT), std::memory_order_relaxed);
-        view->speed[axis].store(in_units(record->speed[axis], SPEED_UNIT), std::memory_order_relaxed);
+        view->steps[axis].store(record->place.axis[axis].steps, std::memory_order_release);
+        view->head[axis].store(in_units(record->place.axis[axis].head, HEAD_UNIT), std::memory_order_release);
+        view->speed[axis].store(in_units(record->speed[axis], SPEED_UNIT), std::memory_order_release);
     }
-    view->mark.store(MARK, std::memory_order_relaxed);
+    view->mark.store(MARK, std::memory_order_release);
     view->count.fetch_add(1, std::memory_order_release);
 }
 
@@ -82,16 +82,15 @@ bool motor_view_read(const motor_view_file *view, motor_view_record *record)
         if (before % 2 != 0)
             continue;
         motor_view_record read = {};
-        read.moves = view->moves.load(std::memory_order_relaxed);
-        read.turning = view->turning.load(std::memory_order_relaxed) != 0;
-        bool sane = view->mark.load(std::memory_order_relaxed) == MARK;
+        read.moves = view->moves.load(std::memory_order_acquire);
+        read.turning = view->turning.load(std::memory_order_acquire) != 0;
+        bool sane = view->mark.load(std::memory_order_acquire) == MARK;
         for (int axis = 0; axis < MOTOR_AXES; axis++) {
-            read.place.axis[axis].steps = view->steps[axis].load(std::memory_order_relaxed);
-            read.place.axis[axis].head = view->head[axis].load(std::memory_order_relaxed) / HEAD_UNIT;
-            read.speed[axis] = view->speed[axis].load(std::memory_order_relaxed) / SPEED_UNIT;
+            read.place.axis[axis].steps = view->steps[axis].load(std::memory_order_acquire);
+            read.place.axis[axis].head = view->head[axis].load(std::memory_order_acquire) / HEAD_UNIT;
+            read.speed[axis] = view->speed[axis].load(std::memory_order_acquire) / SPEED_UNIT;
             sane = sane && fabs(read.place.axis[axis].head) <= DEGREES_MAX;
         }
-        std::atomic_thread_fence(std::memory_order_acquire);
         if (view->count.load(std::memory_order_relaxed) != before)
             continue;
         if (sane)
