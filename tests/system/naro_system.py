@@ -1,4 +1,4 @@
-"""What system tests share: a root and a network of their own, programs whose lines can be waited for, the media server
+"""What system tests share: a root and names of their own, programs whose lines can be waited for, the media server
 and the raw stream in the hands of the test.
 
     from naro_system import *
@@ -73,16 +73,17 @@ def until(condition, what, limit_s=LIMIT_S):
     return result
 
 
-# ---- A network of one's own -------------------------------------------------------------------------------------------
+# ---- Names of one's own -----------------------------------------------------------------------------------------------
 
-def isolate_network():
-    """Leaves the machine's network, where the abstract socket names live: True, or False where that is refused."""
-    CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
+def isolate():
+    """Leaves the machine's network, where the abstract socket names live, and its System V keys, by one of which daemon
+    and motor find each other: True, or False where that is refused."""
+    CLONE_NEWIPC, CLONE_NEWUSER, CLONE_NEWNET = 0x08000000, 0x10000000, 0x40000000
     libc = ctypes.CDLL(None, use_errno=True)
-    if libc.unshare(CLONE_NEWNET) == 0:
+    if libc.unshare(CLONE_NEWNET | CLONE_NEWIPC) == 0:
         return True
     uid, gid = os.geteuid(), os.getegid()
-    if libc.unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0:
+    if libc.unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWIPC) != 0:
         return False
     for name, text in (("setgroups", "deny"), ("uid_map", f"{uid} {uid} 1"), ("gid_map", f"{gid} {gid} 1")):
         with open(f"/proc/self/{name}", "w") as f:
@@ -91,8 +92,8 @@ def isolate_network():
 
 
 def be_alone():
-    """Nobody else's media server or daemon meets ours: by a network of our own, else by taking turns."""
-    if isolate_network():
+    """Nobody else's media server, daemon or motor meets ours: by names of our own, else by taking turns."""
+    if isolate():
         return
     path = "/tmp/naro-command-socket-tests.lock"
     if not os.path.exists(path):
@@ -236,13 +237,16 @@ def unread_bytes(connection):
 
 
 class Request:
-    def __init__(self, connection, number, cmd_no, cmd_type, payload):
+    def __init__(self, connection, number, cmd_no, cmd_type, payload, prepared=None):
         self.connection, self.number = connection, number  # of the connection: 0, 1, ...; its socket
+        self.prepared = prepared or {}
         self.cmd_no, self.cmd_type, self.payload = cmd_no, cmd_type, payload
         self.name = next((name for name, row in COMMANDS.items() if row[0] == cmd_no), str(cmd_no))
 
     def data(self):
-        """Reply data of the right length."""
+        """Reply data of the right length: zeros, where nothing else is prepared."""
+        if self.name in self.prepared:
+            return self.prepared[self.name]()
         return bytes(COMMANDS[self.name][2]) if self.name in COMMANDS else b""
 
     def send(self, *pieces):
@@ -286,6 +290,8 @@ class MediaServer:
         self.requests = []
         self.planned = []
         self.problems = []  # what a client did wrong
+        self.data = {}  # replies of commands, by name: functions that give the data
+        self.on_request = None  # told of each request before it is answered
         self.unread = False
         self.accepting = None
         self.connections = []  # sockets, in the order in which they were made; closed ones stay
@@ -385,11 +391,13 @@ class MediaServer:
         if magic != b"NARO" or rest[-4:] != struct.pack("<I", 0xA5A5):
             self.problems.append(f"a bad request: {head + rest!r}")
             return False
-        request = Request(connection, number, cmd_no, cmd_type, rest[:-4])
+        request = Request(connection, number, cmd_no, cmd_type, rest[:-4], self.data)
         with self.changed:
             behaviour = self.planned.pop(0) if self.planned else answer()
             self.requests.append(request)
             self.changed.notify_all()
+        if self.on_request:
+            self.on_request(request)
         return behaviour(request) is not False
 
     @staticmethod
