@@ -1,6 +1,7 @@
 // Plain files, inotify, and a coil.
 #include "board.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <ev.h>
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 #include <string>
 #include <sys/inotify.h>
 #include <unistd.h>
+#include <vector>
 
 #include "desk.h"
 #include "naro_util.h"
@@ -78,7 +80,6 @@ namespace
 const char GPIO[] = "/sys/class/gpio";
 const char PWM[] = "/sys/class/pwm/pwmchip0";
 const int PWM_INFRARED = 4, PWM_OTHER = 6;
-const double CHECK_S = 0.25; // between looks at a coil that is driven
 
 struct {
     board_state board;
@@ -170,32 +171,48 @@ void changed(void)
         state.on_change();
 }
 
+// Looks again when the pulse that began first will have taken too long: its line may stay high for ever, when whoever
+// drove it was killed.
+void watch_pulses(void)
+{
+    uint64_t due_ms = UINT64_MAX;
+    for (int line : {BOARD_COIL_NIGHT, BOARD_COIL_DAY})
+        if (state.board.high[line] && !state.board.breached[line])
+            due_ms = std::min<uint64_t>(due_ms, state.board.since_ms[line] + BOARD_PULSE_MAX_MS + 1);
+    const uint64_t now_ms = naro_clock_monotonic_ms();
+    if (due_ms == UINT64_MAX)
+        ev_timer_stop(state.loop, &state.check);
+    else
+        naro_clock_arm_timer(state.loop, &state.check,
+                             due_ms > now_ms ? static_cast<double>(due_ms - now_ms) / 1000. : 0.);
+}
+
 void set_line(int line, bool high)
 {
     if (state.board.high[line] == high)
         return;
     say(board_set_line(&state.board, static_cast<board_line>(line), high, naro_clock_monotonic_ms()));
-    if (state.board.high[BOARD_COIL_NIGHT] || state.board.high[BOARD_COIL_DAY])
-        ev_timer_again(state.loop, &state.check);
-    else
-        ev_timer_stop(state.loop, &state.check);
+    watch_pulses();
     changed();
 }
 
 void on_check(struct ev_loop *, ev_timer *, int)
 {
     say(board_check(&state.board, naro_clock_monotonic_ms()));
+    watch_pulses();
 }
 
-void follow_line(int line, const char *name)
+// A file was written. `then_value`: so was the line's value, after it.
+void follow_line(int line, const std::string &name, bool then_value)
 {
     unsigned value;
-    // As the kernel has it: a line that is made an output starts low.
-    if (strcmp(name, "direction") == 0 && starts_with(line_folder(line) + "/direction", "out")) {
+    // As the kernel has it: a line that is made an output starts low. What was written into it since is a new level, and
+    // stays: a daemon may make it an output and begin a pulse before we have seen either.
+    if (name == "direction" && starts_with(line_folder(line) + "/direction", "out")) {
         set_line(line, false);
-        if (!read_number(line_folder(line) + "/value", &value) || value != 0)
+        if (!then_value && (!read_number(line_folder(line) + "/value", &value) || value != 0))
             make(line_folder(line) + "/value", "0\n");
-    } else if (strcmp(name, "value") == 0 && read_number(line_folder(line) + "/value", &value)) {
+    } else if (name == "value" && read_number(line_folder(line) + "/value", &value)) {
         set_line(line, value != 0);
     }
 }
@@ -215,19 +232,29 @@ void follow_pwm(void)
 
 void on_notify(struct ev_loop *, ev_io *, int)
 {
+    struct written {
+        int watch;
+        std::string name;
+    };
+    std::vector<written> all;
     alignas(inotify_event) char bytes[4096];
     ssize_t length;
     while ((length = read(state.notify, bytes, sizeof bytes)) > 0) {
         for (const char *at = bytes; at < bytes + length;) {
             const inotify_event *event = reinterpret_cast<const inotify_event *>(at);
             at += sizeof *event + event->len;
-            const char *name = event->len > 0 ? event->name : "";
-            for (int line = 0; line < BOARD_LINES; line++)
-                if (event->wd == state.watch[line])
-                    follow_line(line, name);
-            if (event->wd == state.watch_pwm)
-                follow_pwm();
+            all.push_back({event->wd, event->len > 0 ? event->name : ""});
         }
+    }
+    for (auto file = all.begin(); file != all.end(); ++file) {
+        const bool then_value = std::any_of(file + 1, all.end(), [&](const written &later) {
+            return later.watch == file->watch && later.name == "value";
+        });
+        for (int line = 0; line < BOARD_LINES; line++)
+            if (file->watch == state.watch[line])
+                follow_line(line, file->name, then_value);
+        if (file->watch == state.watch_pwm)
+            follow_pwm();
     }
 }
 
@@ -257,7 +284,7 @@ int board_start(struct ev_loop *loop, void (*on_change)(void))
         state.notify = -1;
         return -1;
     }
-    ev_timer_init(&state.check, on_check, 0., CHECK_S);
+    ev_timer_init(&state.check, on_check, 0., 0.);
     ev_io_init(&state.io, on_notify, state.notify, EV_READ);
     ev_io_start(loop, &state.io);
     return 0;

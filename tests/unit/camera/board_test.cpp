@@ -134,9 +134,11 @@ struct Files : testing::Test {
         std::getline(std::ifstream(path(name)), text);
         return text;
     }
+    // Without the board's having seen it yet.
+    static void put(const std::string &name, const std::string &text) { std::ofstream(path(name)) << text; }
     void write(const std::string &name, const std::string &text)
     {
-        std::ofstream(path(name)) << text;
+        put(name, text);
         ev_run(loop, EVRUN_NOWAIT);
     }
     const board_state &board() const { return *board_get(); }
@@ -190,6 +192,22 @@ TEST_F(Files, ALineThatIsMadeAnOutputStartsLow)
     EXPECT_EQ(read("gpio/gpio47/value"), "0");
 }
 
+TEST_F(Files, APulseThatBeginsRightAfterItsLineWasMadeAnOutputIsSeen)
+{
+    write("gpio/gpio79/value", "1"); // left behind by a killed daemon
+    clock.advance_ms(100);
+    put("gpio/gpio79/direction", "out");
+    put("gpio/gpio79/value", "1");
+    ev_run(loop, EVRUN_NOWAIT);
+    EXPECT_EQ(read("gpio/gpio79/value"), "1");
+    EXPECT_TRUE(board().high[BOARD_COIL_DAY]);
+    EXPECT_EQ(board().pulses, 1u) << "that of the killed daemon has ended";
+    clock.advance_ms(500);
+    write("gpio/gpio79/value", "0");
+    EXPECT_EQ(board().pulses, 2u);
+    EXPECT_EQ(board().breaches, 0u);
+}
+
 TEST_F(Files, MoveTheFilter)
 {
     write("gpio/gpio78/value", "1");
@@ -205,6 +223,76 @@ TEST_F(Files, ABreachIsSaid)
     write("gpio/gpio78/value", "1");
     write("gpio/gpio79/value", "1");
     EXPECT_THAT(errors.text(), HasSubstr("the board: both lines of the filter's coil are high\n"));
+}
+
+TEST_F(Files, APulseOfASecondIsNoneTooLong)
+{
+    OutputCapture errors(STDERR_FILENO);
+    write("gpio/gpio79/value", "1");
+    clock.advance_ms(1000);
+    write("gpio/gpio79/value", "0");
+    clock.advance_ms(60000);
+    EXPECT_EQ(errors.text(), "");
+    EXPECT_EQ(board().breaches, 0u);
+    EXPECT_EQ(clock.armed_timers(), 0u);
+}
+
+TEST_F(Files, ALineThatAKilledDaemonLeavesHighIsSaidOnceAndLoweredByTheNextDaemon)
+{
+    const std::string line = "the board: the filter's coil has been driven for more than a second\n";
+    {
+        OutputCapture errors(STDERR_FILENO);
+        write("gpio/gpio78/direction", "out");
+        write("gpio/gpio78/value", "1");
+        clock.advance_ms(1000);
+        EXPECT_EQ(errors.text(), "");
+        clock.advance_ms(1);
+        EXPECT_THAT(errors.text(), testing::EndsWith(line)) << "without anything being written";
+    }
+    OutputCapture errors(STDERR_FILENO);
+    clock.advance_ms(3600000);
+    EXPECT_EQ(errors.text(), "") << "once";
+    EXPECT_EQ(board().breaches, 1u);
+    EXPECT_TRUE(board().high[BOARD_COIL_NIGHT]) << "nobody but a daemon lowers it";
+    write("gpio/gpio78/direction", "out");
+    EXPECT_FALSE(board().high[BOARD_COIL_NIGHT]);
+    EXPECT_FALSE(board().filter_day) << "an hour's pulse has moved it";
+    write("gpio/gpio78/value", "1");
+    clock.advance_ms(1001);
+    EXPECT_THAT(errors.text(), testing::EndsWith(line)) << "another pulse, another line";
+    EXPECT_EQ(board().breaches, 2u);
+}
+
+TEST_F(Files, BothLinesLeftHighAreBothFoundTooLong)
+{
+    OutputCapture errors(STDERR_FILENO);
+    write("gpio/gpio78/value", "1");
+    clock.advance_ms(300);
+    write("gpio/gpio79/value", "1");
+    EXPECT_EQ(board().breaches, 1u) << "both high";
+    clock.advance_ms(700);
+    EXPECT_EQ(board().breaches, 1u);
+    clock.advance_ms(1);
+    EXPECT_EQ(board().breaches, 2u) << "the first for too long";
+    clock.advance_ms(299);
+    EXPECT_EQ(board().breaches, 2u);
+    clock.advance_ms(1);
+    EXPECT_EQ(board().breaches, 3u) << "and the second";
+    EXPECT_EQ(clock.armed_timers(), 0u);
+}
+
+TEST_F(Files, PulsesDoNotMoveWithTheWallClock)
+{
+    OutputCapture errors(STDERR_FILENO);
+    write("gpio/gpio78/value", "1");
+    clock.set_wall_ms(clock.wall_ms() + 3600000);
+    clock.advance_ms(500);
+    write("gpio/gpio78/value", "0");
+    EXPECT_EQ(board().breaches, 0u);
+    write("gpio/gpio79/value", "1");
+    clock.set_wall_ms(clock.wall_ms() - 7200000);
+    clock.advance_ms(1001);
+    EXPECT_EQ(board().breaches, 1u);
 }
 
 TEST_F(Files, ThePwmShinesWhileItIsEnabledInPercent)
