@@ -174,7 +174,8 @@ TEST_F(OtrpcHost, WhoDoesNotReadHisAnswersLosesHisConnection)
     // Sends until the endpoint has hung up on it; between, its own buffer may be full for a moment.
     while (deaf.send("hello") || errno == EAGAIN)
         ;
-    EXPECT_EQ(errno, EPIPE);
+    EXPECT_TRUE(errno == EPIPE || errno == ECONNRESET)
+        << errno; // whether its own requests were all taken or not
     const Peer other;
     EXPECT_EQ(other.ask("hello"), "result 42\n");
 }
