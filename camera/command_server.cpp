@@ -117,8 +117,11 @@ std::vector<uint8_t> make_reply(ipc_request *request, bool *then_close, uint32_t
         server.settings.script ? scenario_take(server.settings.script, request->cmd_no) : nullptr;
     if (rule && rule->action == SCENARIO_REFUSE && request->ret == IPC_RET_OK)
         request->ret = static_cast<int32_t>(rule->value);
-    else if (request->ret == IPC_RET_OK)
+    else if (request->ret == IPC_RET_OK) {
+        if (request->cmd_no == NARO_CMD_SOUND_RESULT_GET && server.settings.sound)
+            server.isp.sound = server.settings.sound();
         request->ret = isp_state_apply(&server.isp, request, data);
+    }
     if (request->ret != IPC_RET_OK)
         memset(data, 0, sizeof data);
     if (rule && rule->action == SCENARIO_DATA)

@@ -17,6 +17,8 @@ struct command_server_settings {
     scenario *script;                 // null: behave; must outlive the server
     command_server_on_track on_track; // null: nobody cares
     void (*on_client)(void);          // someone has connected; null: nobody cares
+    uint32_t (*sound)(void) =
+        nullptr; // what to answer when asked for the sound result; null: what isp_state says
 };
 
 struct command_server_counts {

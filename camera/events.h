@@ -10,6 +10,9 @@
 
 #include "naro_ipc_wire.h"
 
+// What the camera's programs call a message of the lsd channel, which itself is only a time.
+#define EVENT_LOUD_SOUND "LoudSound"
+
 enum { EVENT_NAME_MAX = 255 }; // bytes of a name on the md channel, without its zero byte
 
 // The boxes of a tracking command that are in use: those before the first that is all zero.

@@ -28,6 +28,7 @@ extern "C" {
 #include "rendered.h"
 #include "scenario.h"
 #include "settings.h"
+#include "sound.h"
 #include "source.h"
 #include "supervisor.h"
 
@@ -81,6 +82,31 @@ void on_result(const frame_result *result)
         stop(); // nobody reads on
 }
 
+void on_sound(void)
+{
+    output_sound();
+    if (output_broken())
+        stop();
+}
+
+uint64_t source_now_ms(void)
+{
+    return frames_get_counts()->last_time_ms;
+}
+
+// The camera's ear; hurried it is deaf, so that the same source gives the same events in every run: the daemon asks by
+// its own clock.
+int start_sound(void)
+{
+    sound_settings sound = {};
+    sound.schedule = camera.options.sound;
+    sound.loop = camera.options.loop;
+    sound.threshold_db = camera.options.sound_threshold_db;
+    sound.now_ms = source_now_ms;
+    sound.on_told = on_sound;
+    return camera.options.fast ? 0 : sound_start(camera.loop, &sound);
+}
+
 // The motor's program lies beside this one, as the daemon does.
 int start_motor(void)
 {
@@ -102,7 +128,7 @@ int start(void)
     if (desk_enter_root(true) != 0)
         return -1;
     const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track,
-                                            on_client};
+                                            on_client, sound_answer};
     if (command_server_start(camera.loop, &server) != 0)
         return -1;
     // The scene's own settings first, so that the command line has the last word.
@@ -127,13 +153,14 @@ int start(void)
         return -1;
     if (frames_start(camera.loop, &frames) != 0)
         return -1;
-    if (output_start(camera.loop, &options) != 0)
+    if (output_start(camera.loop, &options) != 0 || start_sound() != 0)
         return -1;
     source_settings source = {};
     source.url = options.source;
     source.loop = options.loop;
     source.view = options.record || options.window;
     source.gpu = options.gpu;
+    source.sound = !options.fast && !options.sound;
     source.head = options.motor ? motor_head_at : nullptr;
     source.wake = frames_wake;
     if (source_start(&source) != 0)
@@ -187,6 +214,7 @@ int main(int argc, char **argv)
     }
     output_stop();
     source_stop();
+    sound_stop();
     frames_stop();
     motor_head_stop();
     light_stop();

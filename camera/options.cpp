@@ -13,6 +13,7 @@
 #include "desk.h"
 #include "motor_model.h"
 #include "rendered.h"
+#include "sound.h"
 #include "world.h"
 
 namespace
@@ -47,6 +48,11 @@ const char help[] =
     "  --set KEY=VALUE  a setting of the configuration service, set before the first frame; may be repeated\n"
     "  --lights WHO     who drives filter and lamps of a scene: scene (its own file; the default) or daemon\n"
     "  --lux FILE       a schedule of light that the ISP reports: lines of seconds and lux (docs/camera.md)\n"
+    "  --sound FILE     a schedule of what is heard, instead of the source's own sound: lines of seconds and "
+    "loud or\n"
+    "                   quiet (docs/camera.md). --fast hears nothing\n"
+    "  --sound-threshold DB  from which level on the source's sound is loud (-90 to 0 dBFS; without it, "
+    "-15)\n"
     "  --no-motor       the view does not turn; without it, a motor's process turns it as the daemon asks "
     "(setting\n"
     "                   track_switch), in a scene or, with --wide, in a video. --fast goes without a motor\n"
@@ -100,6 +106,8 @@ enum {
     LONG_FRAMES,
     LONG_LIGHTS,
     LONG_LUX,
+    LONG_SOUND,
+    LONG_SOUND_THRESHOLD,
     LONG_NO_MOTOR,
     LONG_MOTOR,
     LONG_WIDE
@@ -115,6 +123,8 @@ const option long_options[] = {
     {"frames", required_argument, nullptr, LONG_FRAMES},
     {"lights", required_argument, nullptr, LONG_LIGHTS},
     {"lux", required_argument, nullptr, LONG_LUX},
+    {"sound", required_argument, nullptr, LONG_SOUND},
+    {"sound-threshold", required_argument, nullptr, LONG_SOUND_THRESHOLD},
     {"no-motor", no_argument, nullptr, LONG_NO_MOTOR},
     {"motor", required_argument, nullptr, LONG_MOTOR},
     {"wide", required_argument, nullptr, LONG_WIDE},
@@ -176,6 +186,16 @@ bool read_motor(const char *text, camera_options *options)
     return true;
 }
 
+bool read_threshold(const char *text, double *db)
+{
+    char *end;
+    *db = strtod(text, &end);
+    if (end != text && !*end && *db >= SOUND_THRESHOLD_MIN_DB && *db <= 0)
+        return true;
+    desk_say("--sound-threshold wants a number from -90 to 0, not \"%s\"", text);
+    return false;
+}
+
 bool read_wide(const char *text, double *share)
 {
     char *end;
@@ -235,6 +255,7 @@ int options_parse(int argc, char **argv, camera_options *options)
     options->daemon = daemon_beside();
     options->motor = true;
     options->listeners = 1;
+    options->sound_threshold_db = SOUND_THRESHOLD_DB;
     int choice;
     optind = 0; // from the beginning, also when it was here before
     while ((choice = getopt_long(argc, argv, "h", long_options, nullptr)) != -1) {
@@ -270,6 +291,13 @@ int options_parse(int argc, char **argv, camera_options *options)
             break;
         case LONG_LUX:
             options->lux = optarg;
+            break;
+        case LONG_SOUND:
+            options->sound = optarg;
+            break;
+        case LONG_SOUND_THRESHOLD:
+            if (!read_threshold(optarg, &options->sound_threshold_db))
+                return -1;
             break;
         case LONG_NO_MOTOR:
             options->motor = false;
@@ -342,6 +370,10 @@ int options_parse(int argc, char **argv, camera_options *options)
         return -1;
     }
     options->motor = options->motor && !options->fast;
+    if (options->fast && options->sound) {
+        desk_say("--fast hears nothing: the daemon asks for sounds by its own clock");
+        return -1;
+    }
     const char *scene;
     if (options->wide > 0 && rendered_is_scene(options->source, &scene)) {
         desk_say("--wide is for videos: in a scene the camera itself turns");

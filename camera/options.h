@@ -10,9 +10,11 @@
 struct camera_options {
     const char *source;
     bool loop;
-    bool gpu;           // draw scenes with a graphics card
-    const char *truth;  // file; null: none
-    const char *lux;    // file; null: none
+    bool gpu;          // draw scenes with a graphics card
+    const char *truth; // file; null: none
+    const char *lux;   // file; null: none
+    const char *sound; // file of a schedule; null: the source's own sound
+    double sound_threshold_db;
     bool daemon_lights; // of a scene: the daemon drives filter and lamps
     bool fast;
     uint64_t end_ms;    // 0: when the source ends

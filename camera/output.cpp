@@ -148,6 +148,14 @@ void output_result(const frame_result *result)
     show_picture(result);
 }
 
+void output_sound(void)
+{
+    frame_result sound = {}; // of no frame: the time is that of the newest
+    sound.time_ms = frames_get_counts()->last_time_ms;
+    sound.events = {EVENT_LOUD_SOUND};
+    output_result(&sound);
+}
+
 void output_sent(const uint8_t *nv12)
 {
     if (!output.frames)

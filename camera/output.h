@@ -13,6 +13,8 @@ int output_start(struct ev_loop *loop, const camera_options *options);
 // A picture that goes to the daemon, ANALYSIS_FRAME_BYTES of NV12.
 void output_sent(const uint8_t *nv12);
 void output_result(const frame_result *result);
+// The daemon has told of a sound, now.
+void output_sound(void);
 // Standard output takes nothing any more.
 bool output_broken(void);
 void output_summary(void);

@@ -24,6 +24,7 @@ extern "C" {
 #include "generated.h"
 #include "naro_util.h"
 #include "rendered.h"
+#include "soundtrack.h"
 
 namespace
 {
@@ -75,6 +76,7 @@ struct {
     AVPacket *packet;
     AVFrame *frame;
     int stream;
+    int sound;         // stream; -1: none is listened to
     bool turned;       // the container says which side of a picture is up,
     int32_t matrix[9]; // by this
     std::atomic<uint64_t>
@@ -212,6 +214,7 @@ bool too_late(void)
 
 void close_source(void)
 {
+    soundtrack_close();
     avcodec_free_context(&reader.codec);
     avformat_close_input(&reader.format);
     av_packet_free(&reader.packet);
@@ -254,8 +257,10 @@ int open_decoder(void)
     reader.stream = av_find_best_stream(reader.format, AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
     if (reader.stream < 0)
         return reader.stream;
+    reader.sound =
+        source.settings.sound ? soundtrack_open(reader.format, reader.stream, reader.name.c_str()) : -1;
     for (unsigned i = 0; i < reader.format->nb_streams; i++)
-        if (static_cast<int>(i) != reader.stream)
+        if (static_cast<int>(i) != reader.stream && static_cast<int>(i) != reader.sound)
             reader.format->streams[i]->discard = AVDISCARD_ALL;
     read_orientation();
     reader.codec = avcodec_alloc_context3(decoder);
@@ -367,6 +372,16 @@ int64_t time_of(const AVFrame *frame)
     return time;
 }
 
+// Takes what comes with the pictures to be heard; null: the end of it.
+void hear(const AVPacket *packet)
+{
+    soundtrack_feed(packet);
+    if (reader.live && reader.last_ms >= 0)
+        soundtrack_settle_live(static_cast<int64_t>(naro_clock_monotonic_ms() - reader.first_arrival_ms));
+    else if (!reader.live && reader.rebased)
+        soundtrack_settle(reader.offset_ms);
+}
+
 // Takes one decoded picture over; false when the source is to quit.
 bool deliver(AVFrame *frame)
 {
@@ -416,6 +431,7 @@ outcome play(std::string *why)
             avcodec_send_packet(reader.codec, nullptr);
             if (!drain_decoder())
                 return OUTCOME_QUIT;
+            hear(nullptr);
             *why = "the stream has ended";
             return reader.live ? OUTCOME_BROKEN : OUTCOME_END;
         }
@@ -433,6 +449,8 @@ outcome play(std::string *why)
             }
             bad = decoded < 0 && reader.last_ms == before ? bad + 1 : 0;
             allow(READ_PATIENCE_MS);
+        } else if (reader.packet->stream_index == reader.sound) {
+            hear(reader.packet);
         }
         av_packet_unref(reader.packet);
         if (bad > BAD_PACKETS_MAX) {
@@ -448,6 +466,7 @@ bool rewind_source(void)
     const AVStream *stream = reader.format->streams[reader.stream];
     const int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
     avcodec_flush_buffers(reader.codec);
+    soundtrack_restart();
     reader.rebased = false;
     return avformat_seek_file(reader.format, reader.stream, INT64_MIN, start, start, 0) >= 0;
 }

@@ -23,6 +23,8 @@ struct source_settings {
     bool loop; // a file or a scene: again and again
     bool view; // of a scene: larger pictures for people, too
     bool gpu;  // of a scene: drawn by a graphics card where there is one
+    // Of a file, URL or device: its sound is decoded, too, and its levels go to the camera's ear (sound.h).
+    bool sound;
     // Of a scene: where the camera's head is (rendered.h). A picture is then drawn when it is asked for and not ahead,
     // so that it shows where the head is at that moment. Null: no head.
     bool (*head)(double before_s, float *pan, float *tilt);

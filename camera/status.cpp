@@ -4,12 +4,14 @@
 #include <ev.h>
 #include <json-c/json.h>
 #include <memory>
+#include <stdio.h>
 
 #include "command_server.h"
 #include "desk.h"
 #include "events.h"
 #include "frames.h"
 #include "shbfev.h"
+#include "sound.h"
 #include "source.h"
 #include "supervisor.h"
 
@@ -101,6 +103,21 @@ json_object *commands_object(const frames_counts *frames)
     return object;
 }
 
+json_object *sound_object(void)
+{
+    const sound_counts *counts = sound_get_counts();
+    json_object *object = json_object_new_object();
+    add(object, "loud", counts->is_loud);
+    char level[32]; // tenths are enough
+    snprintf(level, sizeof level, "%.1f", counts->level_db);
+    json_object_object_add(object, "level_db",
+                           counts->has_level ? json_object_new_double_s(counts->level_db, level) : nullptr);
+    add(object, "asked", counts->asked);
+    add(object, "answered_loud", counts->loud);
+    add(object, "told", counts->told);
+    return object;
+}
+
 json_object *picture_object(void)
 {
     const isp_state *isp = command_server_isp();
@@ -147,6 +164,7 @@ std::string status_json(void)
     json_object_object_add(top.get(), "commands", commands_object(frames));
     json_object_object_add(top.get(), "daemon", daemon_object(frames));
     json_object_object_add(top.get(), "picture", picture_object());
+    json_object_object_add(top.get(), "sound", sound_object());
     return json_object_to_json_string_ext(top.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
 }
 

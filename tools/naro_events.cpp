@@ -38,11 +38,14 @@ const char help[] =
     "  --count N        end after N events\n"
     "  --help           this text\n"
     "\n"
-    "A message on md is a name, on lsd a number of 4 bytes (the time of the sound in seconds), on motor a "
-    "text; what\n"
-    "is none of that, and messages of other channels that are no text, are printed as bytes. NARO_ROOT says "
-    "where\n"
-    "the camera lives; without it the place is found by the same rule as naro_camera finds it.\n";
+    "A message on md is a name, on motor a text; one on lsd is a number of 4 bytes, the time of a sound in "
+    "seconds since\n"
+    "1970, and is printed as " EVENT_LOUD_SOUND
+    " with that time. What is none of that, and messages of other "
+    "channels that\n"
+    "are no text, are printed as bytes. NARO_ROOT says where the camera lives; without it the place is found "
+    "by the same\n"
+    "rule as naro_camera finds it.\n";
 
 const double ALONE_S = 0.5; // how long nobody may be there before it is said
 
@@ -130,7 +133,9 @@ bool understand(const uint8_t *message, size_t length, std::string *text, uint32
             return false;
         *number = message[0] | static_cast<uint32_t>(message[1]) << 8 |
                   static_cast<uint32_t>(message[2]) << 16 | static_cast<uint32_t>(message[3]) << 24;
-        *text = std::to_string(*number);
+        // The daemon writes the time of the question that was answered with a sound.
+        *text = EVENT_LOUD_SOUND "  at " +
+                wall_time(uint64_t{*number} * 1000).substr(0, sizeof "YYYY-MM-DD HH:MM:SS" - 1);
         return true;
     }
     // A text may lie in a larger room of its own, filled up with zeros.
@@ -173,9 +178,10 @@ void print_json(const uint8_t *message, size_t length)
     if (!understand(message, length, &text, &number))
         json_object_object_add(line.get(), "bytes",
                                json_object_new_string(hexadecimal(message, length).c_str()));
-    else if (tool.what == KIND_NUMBER)
+    else if (tool.what == KIND_NUMBER) {
+        json_object_object_add(line.get(), "event", json_object_new_string(EVENT_LOUD_SOUND));
         json_object_object_add(line.get(), "number", json_object_new_int64(number));
-    else
+    } else
         json_object_object_add(line.get(), "event", json_object_new_string(text.c_str()));
     puts(json_object_to_json_string_ext(line.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE));
 }

@@ -110,6 +110,16 @@ void print_events(json_object *events)
     }
 }
 
+void print_sound(json_object *sound)
+{
+    json_object *level = member(sound, "level_db");
+    printf("sound       %s", json_object_get_boolean(member(sound, "loud")) ? "loud" : "quiet");
+    if (level)
+        printf(", %.1f dBFS", json_object_get_double(level));
+    printf("; asked %" PRId64 " times, %" PRId64 " times loud, %" PRId64 " times told\n",
+           number(sound, "asked"), number(sound, "answered_loud"), number(sound, "told"));
+}
+
 void print_status(json_object *status)
 {
     json_object *source = member(status, "source"), *frames = member(status, "frames");
@@ -136,6 +146,7 @@ void print_status(json_object *status)
            json_object_get_boolean(member(picture, "night")) ? "night" : "day",
            json_object_get_boolean(member(picture, "wdr")) ? "on" : "off",
            json_object_get_boolean(member(picture, "colour_transform")) ? "on" : "off");
+    print_sound(member(status, "sound"));
 }
 
 void show(const char *text)

@@ -36,6 +36,9 @@ void on_client(void)
     connections++;
 }
 
+uint32_t (*hears)(void); // null: nothing
+int asked;
+
 struct CommandServer : testing::Test {
     static void SetUpTestSuite() { alone = isolate_network(); }
 
@@ -47,7 +50,7 @@ struct CommandServer : testing::Test {
     }
     void start(const char *script_text = nullptr)
     {
-        command_server_settings settings = {nullptr, on_track, on_client};
+        command_server_settings settings = {nullptr, on_track, on_client, hears};
         if (script_text) {
             char error[256] = "";
             ASSERT_EQ(scenario_parse(script_text, strlen(script_text), &script, error, sizeof error), 0)
@@ -134,6 +137,25 @@ TEST_F(CommandServer, AnswersEveryCommand)
     EXPECT_EQ(command_server_get_counts()->track_commands, 1u);
     EXPECT_GT(command_server_get_counts()->last_command_at, 0);
     EXPECT_EQ(command_server_get_counts()->clients, 1);
+}
+
+TEST_F(CommandServer, ASoundIsAskedForAtEachQuestion)
+{
+    hears = [] { return static_cast<uint32_t>(++asked % 2); };
+    start(R"({ "rules": [ { "command": 4145, "occurrence": 4, "action": "refuse", "ret": 9 } ] })");
+    const int fd = connect_client();
+    for (const uint32_t heard : {1u, 0u, 1u}) {
+        const Bytes reply = ask(fd, request_for(NARO_CMD_SOUND_RESULT_GET));
+        expect_reply(reply, NARO_CMD_SOUND_RESULT_GET, 0, 4);
+        EXPECT_EQ(get_word(&reply[20]), heard);
+        EXPECT_EQ(command_server_isp()->sound, heard);
+    }
+    const Bytes refused = ask(fd, request_for(NARO_CMD_SOUND_RESULT_GET));
+    expect_reply(refused, NARO_CMD_SOUND_RESULT_GET, 9, 4);
+    EXPECT_EQ(get_word(&refused[20]), 0u);
+    ask(fd, request_for(NARO_CMD_WDR_ENABLE));
+    EXPECT_EQ(asked, 3);
+    hears = nullptr;
 }
 
 TEST_F(CommandServer, KeepsOneStateForAllClients)

@@ -63,6 +63,30 @@ TEST(Options, AreAllUnderstood)
     EXPECT_EQ(options.listeners, 3);
 }
 
+TEST(Options, OfSound)
+{
+    ASSERT_EQ(parse({}), 0);
+    EXPECT_EQ(options.sound, nullptr);
+    EXPECT_EQ(options.sound_threshold_db, -15);
+    ASSERT_EQ(parse({"--sound", "s.txt", "--sound-threshold", "-32.5"}), 0);
+    EXPECT_STREQ(options.sound, "s.txt");
+    EXPECT_EQ(options.sound_threshold_db, -32.5);
+    ASSERT_EQ(parse({"--sound-threshold", "-90"}), 0);
+    ASSERT_EQ(parse({"--sound-threshold", "0", "--fast"}), 0);
+    EXPECT_EQ(options.sound_threshold_db, 0);
+    OutputCapture errors(STDERR_FILENO);
+    for (const char *wrong : {"", "loud", "-90.1", "0.1", "nan", "-inf", "-15dB"}) {
+        errors.clear();
+        EXPECT_EQ(parse({"--sound-threshold", wrong}), -1) << wrong;
+        EXPECT_THAT(
+            errors.text(),
+            HasSubstr(std::string("--sound-threshold wants a number from -90 to 0, not \"") + wrong + "\""));
+    }
+    EXPECT_EQ(parse({"--sound", "s.txt", "--fast"}), -1);
+    EXPECT_THAT(errors.text(),
+                HasSubstr("--fast hears nothing: the daemon asks for sounds by its own clock"));
+}
+
 TEST(Options, OfScenes)
 {
     ASSERT_EQ(parse({"--source", "scene:cat", "--truth", "t.jsonl", "--gpu", "--frames", "f.y4m"}), 0);

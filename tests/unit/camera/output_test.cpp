@@ -22,6 +22,7 @@ extern "C" {
 #include "log_capture.h"
 #include "overlay.h"
 #include "rendered.h"
+#include "sound.h"
 #include "source.h"
 #include "status.h"
 #include "supervisor.h"
@@ -39,6 +40,7 @@ struct {
     supervisor_figures daemon;
     command_server_counts commands;
     isp_state isp;
+    sound_counts sound;
     bool live;
     unsigned reopened;
 } fake;
@@ -60,6 +62,10 @@ const command_server_counts *command_server_get_counts(void)
 const isp_state *command_server_isp(void)
 {
     return &fake.isp;
+}
+const sound_counts *sound_get_counts(void)
+{
+    return &fake.sound;
 }
 bool source_is_live(void)
 {
@@ -117,6 +123,16 @@ TEST_F(Output, ALineForEachEventBoxesForPeopleOnly)
                           "00:12.600  ObjectMotion\n"
                           "00:12.800  NightToDay\n"
                           "00:12.800  PeopleMotion  [120,40 60x130]\n");
+}
+
+TEST_F(Output, ASoundIsAnEventOfTheNewestPicture)
+{
+    start();
+    fake.frames.last_time_ms = 62000;
+    OutputCapture out(STDOUT_FILENO);
+    output_sound();
+    EXPECT_EQ(out.text(), "01:02.000  LoudSound\n");
+    EXPECT_THAT(status_json(), HasSubstr("\"events\":{\"LoudSound\":1}"));
 }
 
 TEST_F(Output, OrAsJson)
@@ -354,6 +370,7 @@ TEST_F(Output, TheStatusTellsEverythingThatIsCounted)
     fake.isp.pwm_duty_percent = 29;
     fake.isp.tracking = true;
     fake.isp.track.box[0] = {1, 2, 3, 4};
+    fake.sound = {30, 31, 32, 33, true, true, -17.25};
     const Parsed status(status_json());
     const std::pair<const char *, const char *> wanted[] = {
         {"source.name", "\"clip.mp4\""},
@@ -387,6 +404,11 @@ TEST_F(Output, TheStatusTellsEverythingThatIsCounted)
         {"picture.pwm_duty_percent", "29"},
         {"picture.tracking", "true"},
         {"picture.boxes", "[[1,2,3,4]]"},
+        {"sound.loud", "true"},
+        {"sound.level_db", "-17.2"},
+        {"sound.asked", "30"},
+        {"sound.answered_loud", "31"},
+        {"sound.told", "32"},
     };
     for (const auto &[path, value] : wanted)
         EXPECT_EQ(status[path], value) << path;
@@ -409,7 +431,10 @@ TEST_F(Output, WithoutADaemonOrAFileTheyAreNull)
     options.daemon = nullptr;
     start();
     fake.frames = {};
+    fake.sound = {};
     const Parsed status(status_json());
+    EXPECT_EQ(status["sound"],
+              "{\"loud\":false,\"level_db\":null,\"asked\":0,\"answered_loud\":0,\"told\":0}");
     EXPECT_EQ(status["source.name"], "\"shapes\"");
     EXPECT_EQ(status["daemon"], "{\"connected\":false}");
 }
