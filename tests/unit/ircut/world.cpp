@@ -9,6 +9,7 @@
 #include "ircut_drv.h"
 #include "ircut_pwm.h"
 #include "kv_client.h"
+#include "lock_watch.h"
 #include "naro_isp.h"
 
 World *world;
@@ -62,8 +63,21 @@ Lines World::lines()
     return result;
 }
 
+void World::story()
+{
+    everything = true;
+    naro_log_set_sink(
+        [](void *self, naro_log_level level, const char *text) {
+            static_cast<World *>(self)->note((level == NARO_LOG_ERR ? "complains " : "says ") +
+                                             without_source_line(text));
+        },
+        this);
+}
+
 void World::note(const std::string &line)
 {
+    if (on_note)
+        on_note(line);
     std::lock_guard<std::mutex> guard(mutex);
     written.push_back(line);
 }
@@ -90,6 +104,8 @@ int naro_isp_daynight_mode_set(uint32_t mode)
 int naro_isp_daynight_mode_get(uint32_t *mode)
 {
     world->mode_reads++;
+    if (world->everything)
+        world->note("mode?");
     if (world->get_result == 0)
         *mode = world->isp_mode;
     return world->get_result;
@@ -97,6 +113,8 @@ int naro_isp_daynight_mode_get(uint32_t *mode)
 int naro_isp_ev_attr_get(naro_isp_ev_attr *attr)
 {
     world->statistics_reads++;
+    if (world->everything)
+        world->note("ev?");
     std::lock_guard<std::mutex> guard(world->mutex);
     if (world->ev_result == 0)
         *attr = world->ev;
@@ -104,6 +122,8 @@ int naro_isp_ev_attr_get(naro_isp_ev_attr *attr)
 }
 int naro_isp_wb_attr_get(naro_isp_wb_attr *attr)
 {
+    if (world->everything)
+        world->note("wb?");
     std::lock_guard<std::mutex> guard(world->mutex);
     if (world->wb_result == 0)
         *attr = world->wb;
@@ -124,7 +144,8 @@ int _mstar_ircut_drv_exit(void)
 }
 int _mstar_ircut_drv_sw(int position)
 {
-    world->note("sw " + std::to_string(position));
+    world->note("sw " + std::to_string(position) +
+                (world->everything ? " at level " + std::to_string(ir_level) : ""));
     return 0;
 }
 int _mstar_pwm_drv_init(void)
@@ -158,10 +179,14 @@ int ir_white_get_led_status(int gpio)
 {
     EXPECT_EQ(gpio, 47);
     world->white_reads++;
+    if (world->everything)
+        world->note("led 47?");
     return world->white;
 }
 int ir_white_get_light_status(void)
 {
+    if (world->everything)
+        world->note("lit?");
     return world->person_light;
 }
 int led_task_set_timer_stop(void)
