@@ -176,7 +176,8 @@ class SettingStress(SystemTest):
         self.assertEqual(last("naro_isp_daynight_mode_set").payload, b"\1\0\0\0")
         self.assertEqual(self.daemon.found("mid_hchd_people_sensitivity_set mode")[-1],
                          "mid_hchd_people_sensitivity_set mode  = 4")
-        self.assertEqual(self.daemon.found("mid_hchd_sensitivity_set mode")[-1], "mid_hchd_sensitivity_set mode  = 0")
+        # What is printed of a motor that does not answer has no line ends.
+        self.assertRegex(self.daemon.found("mid_hchd_sensitivity_set mode")[-1], "mid_hchd_sensitivity_set mode  = 0$")
         self.assertEqual(self.daemon.found("perople_region")[-1],
                          "[set_mid_people_region 97] perople_region:[0-0-160-192]")
         for place, text in (("gpio78/value", "0"), ("gpio79/value", "0")):
