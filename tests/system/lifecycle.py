@@ -46,6 +46,19 @@ class Lifecycle(SystemTest):
         self.assertEqual(second.found("shbf exit"), [], "what failed to start is not stopped")
         self.expect_it_works(first)
 
+    def test_settings_that_cannot_be_opened_end_the_daemon_in_order(self):
+        self.media_server()
+        with open(f"{self.root}/run/naro", "w", encoding="ascii"):
+            pass  # where the store's folder would be
+        daemon = self.start("naro_algo")
+        self.assertEqual(daemon.wait(), 0, daemon.text())
+        order = [daemon.lines.index(line) for line in (*daemon.found("kv_client_init fail"), *daemon.found("shbf exit"))]
+        self.assertEqual(len(order), 2, daemon.text())
+        self.assertLess(*order)
+        self.assertEqual(daemon.errors()[-1], "kv_client_init fail")
+        for text in ("ev loop break", "ircut_exit", "quit!"):
+            self.assertEqual(daemon.found(text), [], "what was not started is not stopped")
+
     def test_daemon_takes_over_from_a_dead_one(self):
         first = self.running_daemon()
         first.signal(signal.SIGKILL)

@@ -241,6 +241,22 @@ TEST_F(Story, OfLightsOff)
     EXPECT_EQ(round(), (Journal{"timer stop", "led 47 0", "led 45 0"}));
 }
 
+TEST_F(Story, ATaskEndsWithNothing)
+{
+    in_mode(3);
+    ircut.task_running = 1;
+    int sleeps = 0;
+    world.clock.on_sleep = [&](unsigned ms) {
+        EXPECT_EQ(ms, 500u);
+        if (++sleeps == 3)
+            ircut.task_running = 0;
+    };
+    EXPECT_EQ(mstar_ircut_ctrl_smart(nullptr), nullptr);
+    EXPECT_EQ(sleeps, 3);
+    EXPECT_EQ(mstar_ircut_ctrl_smart(nullptr), nullptr) << "at once";
+    EXPECT_EQ(sleeps, 3);
+}
+
 // ---- Modes 0 and 3 ---------------------------------------------------------------------------------------
 
 TEST_F(Story, OfTheNightDayEntry)
@@ -321,10 +337,12 @@ TEST_F(Story, OfAStepUnderItsLock)
 TEST_F(Story, OfFullColour)
 {
     ircut_mode_config(4);
+    ircut.full_color_night = 1;
     world.person_light = 1;
     world.on_note = [&](const std::string &line) {
         if (line == "isp 0") {
             EXPECT_EQ(ircut.applied_mode, 5) << "not entered before all is done";
+            EXPECT_EQ(ircut.full_color_night, 1);
         }
     };
     EXPECT_EQ(round(), sampled({"says [" TASK ":N]>>> change to  NARO_IRCUT_MODE_AUTO_FULL_COLOR,force day",
