@@ -15,6 +15,7 @@ extern "C" {
 }
 
 #include "board.h"
+#include "card.h"
 #include "command_server.h"
 #include "desk.h"
 #include "frames.h"
@@ -120,12 +121,20 @@ int start_motor(void)
     return supervisor_start_motor(camera.loop, &motor);
 }
 
+void on_card(const char *sdcard_rw)
+{
+    settings_put("sdcard_rw", sdcard_rw);
+}
+
 int start(void)
 {
     const camera_options &options = camera.options;
     if (options.scenario && scenario_load(options.scenario, &camera.script) != 0)
         return -1;
     if (desk_enter_root(true) != 0)
+        return -1;
+    const card_settings card = {options.card, on_card};
+    if (card_start(camera.loop, &card) != 0)
         return -1;
     const command_server_settings server = {options.scenario ? &camera.script : nullptr, frames_on_track,
                                             on_client, sound_answer};
@@ -142,6 +151,7 @@ int start(void)
     frames_settings frames = {};
     frames.held = options.fast && !wanted.values.empty();
     frames.fast = options.fast;
+    wanted.values.insert(wanted.values.begin(), {"sdcard_rw", card_setting()});
     frames.listeners = options.listeners;
     frames.end_ms = options.end_ms;
     frames.keep_pictures = options.record || options.window || options.truth;
@@ -221,6 +231,7 @@ int main(int argc, char **argv)
     settings_stop();
     board_stop();
     command_server_stop();
+    card_stop();
     picture_exit();
     return started && !camera.failed ? 0 : 1;
 }

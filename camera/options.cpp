@@ -61,6 +61,9 @@ const char help[] =
     "  --wide SHARE     of a video, show a window of that share (0.1 to 1) of the largest that has the "
     "analysis\n"
     "                   picture's shape; the motor moves it about in the video\n"
+    "  --card WHAT      the SD card: folder, one that lasts (the default); none; or a size such as 64K or "
+    "4M, a card in\n"
+    "                   memory that can be filled and locked (naro-card does that)\n"
     "  --gpu            draw scenes with a graphics card where there is one; without it they come out the "
     "same in\n"
     "                   every run on a machine\n"
@@ -105,6 +108,7 @@ enum {
     LONG_SET,
     LONG_FRAMES,
     LONG_LIGHTS,
+    LONG_CARD,
     LONG_LUX,
     LONG_SOUND,
     LONG_SOUND_THRESHOLD,
@@ -123,6 +127,7 @@ const option long_options[] = {
     {"frames", required_argument, nullptr, LONG_FRAMES},
     {"lights", required_argument, nullptr, LONG_LIGHTS},
     {"lux", required_argument, nullptr, LONG_LUX},
+    {"card", required_argument, nullptr, LONG_CARD},
     {"sound", required_argument, nullptr, LONG_SOUND},
     {"sound-threshold", required_argument, nullptr, LONG_SOUND_THRESHOLD},
     {"no-motor", no_argument, nullptr, LONG_NO_MOTOR},
@@ -255,6 +260,7 @@ int options_parse(int argc, char **argv, camera_options *options)
     options->daemon = daemon_beside();
     options->motor = true;
     options->listeners = 1;
+    options->card = "folder";
     options->sound_threshold_db = SOUND_THRESHOLD_DB;
     int choice;
     optind = 0; // from the beginning, also when it was here before
@@ -288,6 +294,9 @@ int options_parse(int argc, char **argv, camera_options *options)
                 desk_say("--lights wants scene or daemon, not \"%s\"", optarg);
                 return -1;
             }
+            break;
+        case LONG_CARD:
+            options->card = optarg;
             break;
         case LONG_LUX:
             options->lux = optarg;

@@ -20,6 +20,7 @@ struct camera_options {
     uint64_t end_ms;    // 0: when the source ends
     const char *record; // folder; null: no recording
     bool window;
+    const char *card;                        // of card_settings
     const char *daemon;                      // path; null: none is started
     const char *scenario;                    // file; null: behave
     bool motor;                              // the pan-tilt head is driven

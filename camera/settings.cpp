@@ -1,6 +1,7 @@
 // Which settings are put into the store, and when.
 #include "settings.h"
 
+#include <algorithm>
 #include <ev.h>
 #include <stdint.h>
 #include <string.h>
@@ -174,6 +175,19 @@ void settings_stop(void)
     desk.loop = nullptr;
     desk.wanted.values.clear();
     desk.wanted.values.shrink_to_fit();
+}
+
+void settings_put(const char *key, const char *value)
+{
+    auto &values = desk.wanted.values;
+    const auto wanted =
+        std::find_if(values.begin(), values.end(), [key](const auto &pair) { return pair.first == key; });
+    if (wanted != values.end())
+        wanted->second = value;
+    else
+        values.emplace_back(key, value);
+    if (desk.store)
+        set(key, value);
 }
 
 void settings_on_client(void)

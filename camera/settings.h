@@ -36,6 +36,9 @@ struct settings_wanted {
 // are all of these.
 int settings_start(struct ev_loop *loop, const settings_wanted *wanted);
 void settings_stop(void);
+// The camera itself has something to say: stored at once, and again at each start of the daemon, in the place
+// of the first value that was wanted of this key, else after the others.
+void settings_put(const char *key, const char *value);
 // Somebody has connected to the command socket: the daemon has started, perhaps. Answered by one on_ready, at
 // once where it is a daemon that has had its settings (it lost its connection), and by one in all if several
 // come before that.

@@ -97,17 +97,19 @@ void failed(const std::string &path, int error)
 // The whole file; false after saying why not.
 bool read_file(const std::string &path, std::vector<char> *bytes)
 {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // nor does a pipe make it wait
     struct stat status;
+    const bool there = stat(path.c_str(), &status) == 0;
+    const bool regular = there && S_ISREG(status.st_mode); // a pipe would make us wait for ever
+    const int fd = regular ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : -1;
     if (fd < 0 || fstat(fd, &status) != 0) {
-        failed(path, errno);
+        failed(path, there && !regular ? EINVAL : errno);
         if (fd >= 0)
             close(fd);
         return false;
     }
-    bool fine = S_ISREG(status.st_mode) && status.st_size <= FILE_MAX;
+    bool fine = status.st_size <= FILE_MAX;
     if (!fine)
-        failed(path, S_ISREG(status.st_mode) ? EFBIG : EINVAL);
+        failed(path, EFBIG);
     bytes->resize(fine ? static_cast<size_t>(status.st_size) : 0);
     size_t have = 0;
     while (fine && have < bytes->size()) {

@@ -63,6 +63,14 @@ TEST(Options, AreAllUnderstood)
     EXPECT_EQ(options.listeners, 3);
 }
 
+TEST(Options, OfTheCard)
+{
+    ASSERT_EQ(parse({}), 0);
+    EXPECT_STREQ(options.card, "folder");
+    ASSERT_EQ(parse({"--card", "64K"}), 0);
+    EXPECT_STREQ(options.card, "64K");
+}
+
 TEST(Options, OfSound)
 {
     ASSERT_EQ(parse({}), 0);

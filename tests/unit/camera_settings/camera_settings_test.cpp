@@ -248,6 +248,22 @@ TEST_F(CameraSettings, KeyThatNobodyKnows)
     EXPECT_NE(err.text().find("\"nigth_mode\" is no setting of a camera\n"), std::string::npos);
 }
 
+TEST_F(CameraSettings, WhatTheCameraSaysLaterIsStoredAtOnceAndWantedFromThenOn)
+{
+    wanted.values = {{"people_sensitivity", "4"}, {"night_mode", "3"}, {"people_sensitivity", "2"}};
+    ASSERT_EQ(settings_start(world.loop, &wanted), 0);
+    settings_put("people_sensitivity", "5");
+    EXPECT_EQ(stored("people_sensitivity"), "5");
+    settings_put("wdr", "on");
+    EXPECT_EQ(stored("wdr"), "on");
+    Daemon daemon({"night_mode", "power", "people_sensitivity", "wdr", "fav_area_rect"});
+    settings_on_client();
+    run_until_ready();
+    daemon.pump();
+    EXPECT_THAT(world.heard, ElementsAre("people_sensitivity 5", "night_mode 3", "people_sensitivity 2",
+                                         "wdr on", "power on"));
+}
+
 TEST_F(CameraSettings, WithoutAStartNothingHappens)
 {
     settings_on_client();
