@@ -9,5 +9,6 @@ void bench_queue(void);
 void bench_command(void);
 void bench_broadcast(void);
 void bench_settings(void);
+void bench_notify(void);
 
 #endif

@@ -11,6 +11,7 @@ namespace
 struct {
     int rounds = 31;
     double batch_s = 0.004; // what one turn of a rival takes, about
+    bool quick = false;
 } settings;
 
 // Processor time leaves out what other programs on a busy machine take; only what waits for another thread
@@ -64,6 +65,12 @@ void harness_set_quick(void)
 {
     settings.rounds = 3;
     settings.batch_s = 0.0005;
+    settings.quick = true;
+}
+
+bool harness_quick(void)
+{
+    return settings.quick;
 }
 
 std::vector<double> compare(const char *title, const std::vector<rival> &rivals, clocked by)

@@ -24,6 +24,7 @@ std::vector<double> compare(const char *title, const std::vector<rival> &rivals,
 
 // Fewer and shorter rounds: to see that everything runs, not for figures to keep.
 void harness_set_quick(void);
+bool harness_quick(void);
 
 // Keeps the compiler from dropping the work that made `value`, or from carrying memory over in registers.
 template <typename T> inline void keep(const T &value)

@@ -20,6 +20,7 @@ const struct {
     {"command", bench_command},
     {"broadcast", bench_broadcast},
     {"settings", bench_settings},
+    {"notify", bench_notify},
 };
 
 // What the modules tell about their work would stand between the figures.
