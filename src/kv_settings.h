@@ -7,7 +7,8 @@
 //   full_color            nvram  on... off...                the colour flag of the light controllers
 //   wdr                   nvram  on off                      wide dynamic range
 //   hdr_switch            nvram  on off                      pauses the colour-transform watcher
-//   track_switch          mem    on off                      motion tracking and the motor's mailbox
+//   track_switch          mem    on off                      motion tracking and the motor's mailbox; only a
+//                                                            change acts
 //   power                 nvram  on off                      on: applies what is stored, starts day and night
 //   sdcard_rw             mem    rdwr... anything            records may be written
 //   face_detect           mem    on... off...                what is recorded (deliberately never cleared)
@@ -19,7 +20,7 @@
 //   people_region_detect  mem    x1-y1-x2-y2                 where people are looked for, in 1/10000
 //   fav_area_rect         mem    JSON array of regions       care regions
 //
-// Which of them act today is in kv_actions.cpp: the modules of some are still to come.
+// What they call is in kv_actions.cpp.
 //
 // A value that is not understood is told in one error line and changes nothing, but for those whose every
 // text is a number (motor, alarm_event, people_region_detect: what is no number is 0) and sdcard_rw, to which

@@ -50,9 +50,9 @@ int used()
     return fav_area_algo.used_num.load(std::memory_order_relaxed);
 }
 
+// Into a text that is all zero.
 void text_put(char (&to)[FAV_AREA_TEXT_BYTES], const char *text)
 {
-    memset(to, 0, sizeof to);
     memcpy(to, text, strnlen(text, sizeof to - 1));
 }
 

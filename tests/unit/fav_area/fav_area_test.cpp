@@ -370,6 +370,8 @@ TEST_F(FavArea, DeletingTheTenthItselfTakesAllThatIsLeftOfIt)
     out.clear();
     EXPECT_EQ(remove("j"), 2);
     EXPECT_EQ(out.text(), deleted_line(7)); // once: it was counted once
+    EXPECT_EQ(log.texts().size(), 12u);     // place 7 was looked at twice, all others once
+    EXPECT_EQ(log.count(place_line(7, "900 1 910  11", "j")), 2u);
     EXPECT_EQ(names_line(), "cdefghi---");
     EXPECT_EQ(used_num(), 7);
     EXPECT_THAT(in_use(), ElementsAre("c", "d", "e", "f", "g", "h", "i"));
@@ -381,11 +383,23 @@ TEST_F(FavArea, TheTenthDeletedFromItsOwnPlace)
 {
     fill(10);
     EXPECT_EQ(remove("j"), 2);
+    EXPECT_EQ(log.texts().size(),
+              11u); // the last place is not looked at again: nothing can have come into it
     EXPECT_EQ(out.text(), deleted_line(9));
     EXPECT_EQ(names_line(), "abcdefghi-");
     EXPECT_EQ(used_num(), 9);
     EXPECT_EQ(update(1, 2, 3, 4, "k"), 0);
     EXPECT_EQ(names_line(), "abcdefghik");
+}
+
+TEST_F(FavArea, TheNinthOfAFullTable)
+{
+    fill(10);
+    EXPECT_EQ(remove("i"), 2);
+    EXPECT_EQ(log.texts().size(), 12u);
+    EXPECT_EQ(out.text(), deleted_line(8));
+    EXPECT_EQ(names_line(), "abcdefghjj");
+    EXPECT_EQ(used_num(), 9);
 }
 
 TEST_F(FavArea, AFullTableThatIsDeletedAsAWhole)
