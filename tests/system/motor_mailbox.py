@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The motor's mailbox between processes: the daemon's end, a motor's process, and those who die inside, never initialise
-it, or write nonsense. usage: motor_mailbox.py BIN_DIR
+"""The motor's mailbox between processes: the daemon's end, a motor's process, and those who die inside, never
+initialise it, or write nonsense. usage: motor_mailbox.py BIN_DIR
 
 motor_mailbox_32.py runs the same, and more, with ends of different word sizes."""
 import ctypes

@@ -1,7 +1,7 @@
 // Either end of the motor's mailbox, and those who misuse it, each a process of its own. usage: mailbox_peer ROLE
 //
-//   daemon       the daemon's own module. On standard input "start", "stop", and texts for the motor; the result of each is
-//                printed. "text: [1,2,3]" sends what follows the blank.
+//   daemon       the daemon's own module. On standard input "start", "stop", "text: [1,2,3]" (what follows the blank
+//                is for the motor); the result of each is printed
 //   motor        makes the lock, then prints each text that comes, and clears the slot at once
 //   slow         the same, but clears the slot when told so: a line on standard input
 //   hammer N     N times: the lock, one more on a counter that nothing else guards, unlocked
@@ -89,7 +89,7 @@ static int motor_end(bool slow)
     }
 }
 
-// ---- Who is inside ---------------------------------------------------------------------------------------------------
+// ---- Who is inside ------------------------------------------------------------------------------------------
 
 // Both words lie where the text is. Nothing but the lock guards them.
 struct Guarded {
