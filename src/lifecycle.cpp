@@ -20,6 +20,7 @@
 #include "naro_ipc.h"
 #include "naro_util.h"
 #include "queues.h"
+#include "sound_detect.h"
 
 // Where the teardown begins. Each label's calls are followed by those of the labels after it.
 enum teardown_label {
@@ -46,8 +47,9 @@ static const struct {
     {algo_shbf_init, "algo_shbf_init fail\n", STOP_QUEUES},
     {ir_white_led_init},
     {kv_client_init, "kv_client_init fail\n", STOP_EVENT_LOOP},
-    // Without records, or a detector, the rest of the daemon is still of use.
+    // Without records, sounds, or a detector, the rest of the daemon is still of use.
     {motion_record_init},
+    {sound_detect_init}, // never stopped: it lives on beside and after the teardown
     {detection_init},
     // The main thread stays in here for as long as the daemon runs.
     {algo_shbf_run},

@@ -17,7 +17,7 @@ namespace
 constexpr unsigned retry_ms = 500;
 
 // The connection; -1 before the first. Written with ipc_mutex held, or before threads start; the teardown's
-// disconnect alone takes no lock, hence atomic.
+// disconnect alone does not wait for the lock, hence atomic.
 std::atomic<int> ipc_fd{-1};
 // Held by a command from before its request is sent until after its reply has been checked.
 pthread_mutex_t ipc_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -54,8 +54,15 @@ int naro_ipc_server_connect(void)
 int naro_ipc_server_disconnect(void)
 {
     const int fd = ipc_fd.exchange(0); // 0, not -1: see the header
-    if (fd != 0)
+    if (fd == 0)
+        return 0;
+    if (pthread_mutex_trylock(&ipc_mutex) == 0) {
         close(fd);
+        pthread_mutex_unlock(&ipc_mutex);
+        return 0;
+    }
+    // The number stays taken, so that the command that uses it never meets another file under it.
+    shutdown(fd, SHUT_RDWR);
     return 0;
 }
 

@@ -20,10 +20,11 @@
 // the channel is then without a connection, until the next call. Before threads start, or lock held.
 int naro_ipc_server_connect(void);
 
-// Closes the connection: 0. Nothing may be sent afterwards until the next connect: the descriptor is then
-// 0, not negative, and a send would go to the standard input. Kept as it is; it is the last step of the
-// teardown. Takes no lock, since a command may be waiting under it for a server that does not come back.
-// Any thread, once.
+// Closes the connection: 0. What is sent afterwards, until the next connect, goes to the standard input: the
+// descriptor is then 0, not negative. Kept as it is; it is the last step of the teardown, and all that can
+// still come is the sound poller's next question. Does not wait for the lock, since a command may be waiting
+// under it for a server that does not come back: the connection of a command that is under way is shut down,
+// which ends the command, and its descriptor goes with the process. Any thread, lock not held, once.
 int naro_ipc_server_disconnect(void);
 
 // One write, or one read, of exactly `len` bytes: 0. -1 with a log line when there never was a connection

@@ -65,12 +65,13 @@ class Daemon(SystemTest):
         wanted = self.run_camera("--seconds", "20")[0]
         events, summary, camera = self.misbehave({"command": 4139, "occurrence": 2, "action": "short", "bytes": 20},
                                                  {"command": 4139, "occurrence": 8, "action": "close", "bytes": 10})
-        # One frame's command goes down with the connection.
-        self.assertEqual([event["event"] for event in events], [event["event"] for event in wanted])
-        self.assertEqual(summary["frames"]["analysed"], 98)
-        self.assertEqual(summary["frames"]["dropped"], 1)
-        self.assertTrue(camera.found("no answer to frame 9 for 2 s; going on"))
+        # One frame's command goes down with the connection, unless a question for a sound comes first and does.
         log = self.daemon_log()
+        dropped = 0 if "[naro_audio_sound_result_get]" in log else 1
+        self.assertEqual([event["event"] for event in events], [event["event"] for event in wanted])
+        self.assertEqual(summary["frames"]["analysed"], 99 - dropped)
+        self.assertEqual(summary["frames"]["dropped"], dropped)
+        self.assertEqual(len(camera.found("no answer to frame 9 for 2 s; going on")), dropped)
         self.assertIn("cmd rcv error, rsize = 20", log)
         self.assertIn("cmd rcv error, rsize = 10", log)
         lost = re.findall(r"cmd (?:snd error, wsize|rcv error, rsize) = (?:-1|0)\r?\n", log)

@@ -282,13 +282,16 @@ def close(first=b""):
 
 class MediaServer:
     """The command socket, served by a thread for each connection. Every request is answered as it should be, unless
-    told otherwise: next(...) says what to do with the requests to come, one behaviour each."""
+    told otherwise: next(...) says what to do with the requests to come, one behaviour each. The daemon's questions for a
+    sound come in between; they count apart, and next_sound(...) is for them."""
     ADDRESS = b"\0naro_IPCsock".ljust(108, b"\0")
 
     def __init__(self):
         self.changed = threading.Condition()
         self.requests = []
         self.planned = []
+        self.questions = []        # requests for a sound, which come three times a second; not among the others
+        self.planned_answers = []
         self.problems = []  # what a client did wrong
         self.data = {}  # replies of commands, by name: functions that give the data
         self.on_request = None  # told of each request before it is answered
@@ -333,8 +336,18 @@ class MediaServer:
         with self.changed:
             self.planned += behaviours
 
+    def next_sound(self, *behaviours):
+        """The same for questions whether a sound is heard, which next() leaves alone. Unless told otherwise, none is."""
+        with self.changed:
+            self.planned_answers += behaviours
+
+    def wait_for_more_questions(self, count, limit_s=LIMIT_S):
+        """Waits for `count` questions for a sound from now on."""
+        count += len(self.questions)
+        self._wait(lambda: len(self.questions) >= count, f"question {count} (there were {len(self.questions)})", limit_s)
+
     def leave_unread(self, on):
-        """Requests are not read: what a server does that hangs."""
+        """Requests are not read: what a server does that hangs. Questions for a sound are, so that they keep nobody."""
         with self.changed:
             self.unread = on
             self.changed.notify_all()
@@ -381,10 +394,12 @@ class MediaServer:
             connection.close()
 
     def _answer_one(self, connection, number):
-        if not connection.recv(1, socket.MSG_PEEK):
+        begin = connection.recv(16, socket.MSG_PEEK)
+        if not begin:
             return False
+        is_question = begin[8:12] == struct.pack("<I", COMMANDS["naro_audio_sound_result_get"][0])
         with self.changed:
-            self.changed.wait_for(lambda: not self.unread)
+            self.changed.wait_for(lambda: is_question or not self.unread)
         head = self._receive(connection, 16)
         magic, length, cmd_no, cmd_type = struct.unpack("<4sIII", head)
         rest = self._receive(connection, length - 16)
@@ -393,10 +408,11 @@ class MediaServer:
             return False
         request = Request(connection, number, cmd_no, cmd_type, rest[:-4], self.data)
         with self.changed:
-            behaviour = self.planned.pop(0) if self.planned else answer()
-            self.requests.append(request)
+            planned = self.planned_answers if is_question else self.planned
+            behaviour = planned.pop(0) if planned else answer()
+            (self.questions if is_question else self.requests).append(request)
             self.changed.notify_all()
-        if self.on_request:
+        if self.on_request and not is_question:
             self.on_request(request)
         return behaviour(request) is not False
 

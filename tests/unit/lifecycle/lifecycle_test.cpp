@@ -24,6 +24,7 @@
 #include "motion_event_record.h"
 #include "naro_ipc.h"
 #include "queues.h"
+#include "sound_detect.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -73,7 +74,7 @@ TEST_F(Lifecycle, WholeLife)
                 ElementsAre("signal PIPE ignored", "signal INT handled", "signal QUIT handled",
                             "signal TERM handled", "naro_ipc_server_connect", "queues2_init",
                             "algo_shbf_init", "ir_white_led_init", "kv_client_init", "motion_record_init",
-                            "mid_hchd_init 2", "algo_shbf_run",
+                            "sound_detect_init", "mid_hchd_init 2", "algo_shbf_run",
                             // teardown
                             "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
                             "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
@@ -121,7 +122,7 @@ TEST_F(Lifecycle, LightsThatCannotBeSetUpAreNotAFailure)
 {
     modules.results["ir_white_led_init"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 15u);
+    EXPECT_EQ(modules.calls.size(), 16u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -138,9 +139,18 @@ TEST_F(Lifecycle, DetectionThatCannotStartIsNotAFailure)
     EXPECT_EQ(lifecycle_run(), 0);
     EXPECT_THAT(modules.calls,
                 ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init", "ir_white_led_init",
-                            "kv_client_init", "motion_record_init", "mid_hchd_init 2", "algo_shbf_run",
-                            "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
-                            "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
+                            "kv_client_init", "motion_record_init", "sound_detect_init", "mid_hchd_init 2",
+                            "algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
+                            "motion_record_finish", "algo_shbf_fini", "queues2_exit",
+                            "naro_ipc_server_disconnect"));
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(Lifecycle, SoundsThatCannotBeAskedForAreNotAFailure)
+{
+    modules.results["sound_detect_init"] = -11;
+    EXPECT_EQ(lifecycle_run(), 0);
+    EXPECT_EQ(modules.calls.size(), 16u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -148,7 +158,7 @@ TEST_F(Lifecycle, RecordsThatCannotStartAreNotAFailure)
 {
     modules.results["motion_record_init"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 15u);
+    EXPECT_EQ(modules.calls.size(), 16u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -159,7 +169,7 @@ TEST_F(Lifecycle, ResultsOfLoopAndTeardownDoNotMatter)
           "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
         modules.results[call] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 15u);
+    EXPECT_EQ(modules.calls.size(), 16u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -312,6 +322,10 @@ int motion_record_init(void)
 int motion_record_finish(void)
 {
     return called("motion_record_finish");
+}
+int sound_detect_init(void)
+{
+    return called("sound_detect_init");
 }
 int mid_hchd_init(int ignored)
 {

@@ -1,8 +1,12 @@
 // The orderly end of the whole daemon: its real modules run in this process on the test's main thread, a media
 // server answers from another, and the loop-break wake-up ends it all, with status 0 and within a second.
+//
+// The thread that asks for sounds outlives all of it, and here asks a thousand times a second: wherever the teardown is,
+// it is in the midst of a question.
 #include <atomic>
 #include <chrono>
 #include <ev.h>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,6 +15,7 @@
 #include <string.h>
 #include <string>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
@@ -22,6 +27,7 @@
 #include "lifecycle.h"
 #include "log_capture.h"
 #include "naro_ipc_wire.h"
+#include "naro_util.h"
 #include "shbfev.h"
 
 namespace
@@ -68,8 +74,9 @@ class MediaServer
         close(listener);
     }
 
-    std::function<void(int)> on_request; // after the n-th request was served; set it before start
-    std::atomic<int> commands{0};
+    std::function<void(int)> on_request;   // after the n-th request was served; set it before start
+    std::atomic<int> tracked{0}, asked{0}; // commands with boxes; questions for a sound
+    std::atomic<uint32_t> sound{0};        // the answer to those
 
   private:
     void serve_commands()
@@ -90,10 +97,17 @@ class MediaServer
                 client = -1;
                 continue;
             }
-            commands++;
-            const uint32_t reply[] = {NARO_IPC_MAGIC, 24, request[2] + 1, request[3], 0, NARO_IPC_TAIL};
-            if (write(client, reply, sizeof reply) != sizeof reply)
-                abort();
+            tracked += request[2] == NARO_CMD_TRACK_RUN;
+            asked += request[2] == NARO_CMD_SOUND_RESULT_GET;
+            const naro_ipc_command *command = naro_ipc_command_find(request[2]);
+            uint32_t reply[NARO_IPC_MAX_REPLY / 4] = {NARO_IPC_MAGIC, naro_ipc_reply_length(*command),
+                                                      request[2] + 1, request[3], 0};
+            reply[5] = sound; // in a reply without data it is the tail, which nobody looks at
+            const ssize_t length = naro_ipc_reply_length(*command);
+            if (send(client, reply, static_cast<size_t>(length), MSG_NOSIGNAL) != length) {
+                close(client);
+                client = -1;
+            }
         }
         if (client >= 0)
             close(client);
@@ -168,12 +182,26 @@ double seconds_now()
 class LoopBreak : public testing::Test
 {
   protected:
-    static void SetUpTestSuite() { isolate_network(); }
+    static void SetUpTestSuite()
+    {
+        isolate_network();
+        // What the asking thread finds after the connection is gone: an end, and not a person's keyboard.
+        const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(dup2(nothing, STDIN_FILENO), 0);
+        naro_clock hurried = {};
+        hurried.sleep_ms = [](void *, unsigned ms) {
+            char name[16] = "";
+            prctl(PR_GET_NAME, name);
+            usleep(strcmp(name, "cry_or_loud") == 0 ? 1000 : ms * 1000);
+        };
+        naro_clock_replace(&hurried);
+    }
 
     // Lives a whole life. `wake` is called on the media server's thread after request `request`.
     void live(MediaServer::Frames frames, int request, const std::function<void()> &wake)
     {
         MediaServer server(frames);
+        server.sound = sound;
         server.on_request = [&](int n) {
             if (n == request) {
                 woken_s = seconds_now();
@@ -184,7 +212,8 @@ class LoopBreak : public testing::Test
             GTEST_SKIP() << "another media server runs on this machine, and namespaces are refused";
         status = lifecycle_run();
         took_s = seconds_now() - woken_s.load();
-        commands = server.commands;
+        tracked = server.tracked;
+        asked = server.asked;
         signal(SIGPIPE, SIG_DFL);
     }
     void expect_orderly_end()
@@ -195,7 +224,8 @@ class LoopBreak : public testing::Test
         // another layer than it was followed in.
         std::vector<std::string> errors(6, "fail to device!\n");
         errors.push_back("[kv_client_exit]send notify unreg fail[people_sensitivity unreg].\n");
-        EXPECT_EQ(log.texts(NARO_LOG_ERR), errors);
+        EXPECT_EQ(errors_until_the_end(), errors);
+        EXPECT_GT(asked, 0) << "for sounds";
         std::vector<std::string> end;
         for (const std::string &text : log.texts(NARO_LOG_INFO))
             if (text.find("shbf") != std::string::npos || text.find("ev loop") != std::string::npos)
@@ -204,11 +234,25 @@ class LoopBreak : public testing::Test
             end, (std::vector<std::string>{"ev loop break all\n", "shbf stop running ...\n", "shbf exit\n"}));
     }
 
-    LogCapture log;
+    // What was logged as an error up to the end of the event loop. After it come questions that fail.
+    std::vector<std::string> errors_until_the_end() const
+    {
+        std::vector<std::string> errors;
+        for (const LogCapture::Line &line : log.lines()) {
+            if (line.text == "shbf exit\n")
+                return errors;
+            if (line.level == NARO_LOG_ERR)
+                errors.push_back(line.text);
+        }
+        return {"no end"};
+    }
+
+    LogCapture &log = *new LogCapture; // the thread that asks logs on
+    uint32_t sound = 0;
     std::atomic<double> woken_s{0.};
     int status = -1;
     double took_s = 0.;
-    int commands = 0;
+    int tracked = 0, asked = 0;
 };
 
 TEST_F(LoopBreak, WhileNoFramesCome)
@@ -240,7 +284,21 @@ TEST_F(LoopBreak, WhileFramesAreAnalysed)
     if (IsSkipped())
         return;
     expect_orderly_end();
-    EXPECT_GT(commands, 0) << "detection was at work";
+    EXPECT_GT(tracked, 0) << "detection was at work";
+}
+
+// Sounds are told before, while and after the loop ends; then the connection is gone, and every question fails.
+TEST_F(LoopBreak, SoundsAreAskedForOnAndOn)
+{
+    const char told[] = "**** test>>>>>>naro_algo,loud sound detect yes\n";
+    const char failed[] = "[naro_audio_sound_result_get][rcv][cmd_no=4145][fail][1]\n";
+    sound = 1;
+    live(MediaServer::Frames::moving, 8, algo_shbf_signal_handler);
+    if (IsSkipped())
+        return;
+    expect_orderly_end();
+    EXPECT_GT(log.count(told), 0u);
+    ASSERT_TRUE(log.wait_for(failed, log.count(failed) + 20));
 }
 
 TEST_F(LoopBreak, WorkerThreadsBroadcastOnAndOn)

@@ -248,6 +248,49 @@ TEST_F(Ipc, DisconnectWithoutAConnection)
     EXPECT_TRUE(log.lines().empty());
 }
 
+// A command waits for its reply, with the lock held: it ends, the lock is free, and the descriptor's number is nobody
+// else's meanwhile.
+TEST_F(Ipc, DisconnectEndsACommandThatIsUnderWay)
+{
+    MediaServer server;
+    ASSERT_EQ(naro_ipc_server_connect(), 0);
+    MediaServer::Peer peer = server.accept();
+    // Where it has sent and does not wait yet, it will read the descriptor 0, and find an end as well.
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(dup2(nothing, 0), 0);
+    const std::vector<int> before = open_descriptors();
+    int sent = -2, received = -2;
+    std::thread command([&] {
+        char reply[4];
+        naro_ipc_lock();
+        sent = naro_ipc_cmd_snd("text", 4);
+        received = naro_ipc_cmd_rcv(reply, 4);
+        naro_ipc_unlock();
+    });
+    EXPECT_EQ(peer.receive(4), "text");
+    EXPECT_EQ(naro_ipc_server_disconnect(), 0);
+    command.join();
+    EXPECT_EQ(sent, 0);
+    EXPECT_EQ(received, -1);
+    EXPECT_TRUE(peer.ended());
+    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_THAT(log.texts(), ElementsAre("cmd rcv error, rsize = 0\r\n"));
+    EXPECT_EQ(naro_ipc_lock(), 0);
+    EXPECT_EQ(naro_ipc_unlock(), 0);
+}
+
+// And afterwards the lock is free: the next command could be another thread's.
+TEST_F(Ipc, DisconnectGivesTheLockBack)
+{
+    MediaServer server;
+    ASSERT_EQ(naro_ipc_server_connect(), 0);
+    EXPECT_EQ(naro_ipc_server_disconnect(), 0);
+    std::thread([] {
+        EXPECT_EQ(naro_ipc_lock(), 0);
+        EXPECT_EQ(naro_ipc_unlock(), 0);
+    }).join();
+}
+
 // ---- Sending and receiving
 
 TEST_F(Ipc, MovesExactlyTheBytesGiven)
@@ -399,7 +442,7 @@ TEST_F(Ipc, TheLockKeepsOthersOut)
     EXPECT_EQ(counter, 200000);
 }
 
-// Commands of many threads, a server that hangs up now and then, and a disconnect at the end that takes no lock.
+// Commands of many threads, a server that hangs up now and then, and a disconnect at the end.
 TEST_F(Ipc, ThreadsShareOneConnection)
 {
     MediaServer server;
