@@ -1,7 +1,8 @@
-// Either end of the motor's mailbox, and those who misuse it, each a process of its own. usage: mailbox_peer ROLE
+// Either end of the motor's mailbox, and those who misuse it, each a process of its own.
+// usage: mailbox_peer ROLE
 //
-//   daemon       the daemon's own module. On standard input "start", "stop", "text: [1,2,3]" (what follows the blank
-//                is for the motor); the result of each is printed
+//   daemon       the daemon's own module. On standard input "start", "stop", "text: [1,2,3]" (what follows
+//                the blank is for the motor); the result of each is printed
 //   motor        makes the lock, then prints each text that comes, and clears the slot at once
 //   slow         the same, but clears the slot when told so: a line on standard input
 //   hammer N     N times: the lock, one more on a counter that nothing else guards, unlocked
@@ -11,7 +12,8 @@
 //   make         makes the lock
 //   show         the sizes here, and the segment's words
 //
-// Each says "ready" when it is there. hammer and library begin when a line comes. All end with their standard input.
+// Each says "ready" when it is there. hammer and library begin when a line comes. All end with their standard
+// input.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,5 +1,5 @@
-// As much of the utility library as the daemon's end of the mailbox needs, for word sizes for which the library's own
-// dependencies are not here: lines "LEVEL TEXT" on the error stream, and a real sleep.
+// As much of the utility library as the daemon's end of the mailbox needs, for word sizes for which the
+// library's own dependencies are not here: lines "LEVEL TEXT" on the error stream, and a real sleep.
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
