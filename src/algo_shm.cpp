@@ -222,10 +222,9 @@ static int init_locked(void)
     }
     pthread_mutex_unlock(&list_lock);
 
-    const int result = error > 0 ? -error : error;
-    if (result != 0)
-        log_err("create motion_track_task_thread fail ret = %d\n", result);
-    return result;
+    if (error != 0)
+        log_err("create motion_track_task_thread fail ret = %d\n", error);
+    return error > 0 ? -error : error;
 }
 
 int algo_shm_init(void)

@@ -188,7 +188,7 @@ TEST_F(AlgoShm, ThreadThatCannotBeCreated)
         EXPECT_EQ(algo_shm_init(), row.result);
         EXPECT_THAT(log.lines(),
                     ElementsAre(LogCapture::Line{NARO_LOG_ERR, "create motion_track_task_thread fail ret = " +
-                                                                   std::to_string(row.result) + "\n"}));
+                                                                   std::to_string(row.error) + "\n"}));
         EXPECT_THAT(segment_calls(), ElementsAre("init 0 0", "destroy"));
         EXPECT_EQ(algo_shm_fini(), -1) << "nothing runs";
         EXPECT_THAT(segment_calls(), IsEmpty());
