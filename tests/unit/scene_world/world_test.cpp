@@ -5,6 +5,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -450,6 +451,21 @@ TEST(Evening, SomebodyComesHomeAtOnceAndLifeGoesOn)
         EXPECT_GT(walking, 10) << seed;
         EXPECT_GT(dark, 0) << seed;
     }
+}
+
+// Hours of it hold no more memory than its first half hour: plans of blocks are dropped when they are over.
+TEST(Evening, HoursLeaveNothingBehind)
+{
+    world_owner w(world_open("random?seed=3"));
+    ASSERT_TRUE(w);
+    const auto in_use_after = [&](double from, double to) {
+        for (double t = from; t < to; t += 20)
+            moment_of(w.get(), t);
+        const struct mallinfo2 info = mallinfo2(); // all 0 under a sanitizer, which looks for leaks itself
+        return info.uordblks + info.hblkhd;
+    };
+    const size_t before = in_use_after(0, 1800), after = in_use_after(1800, 4 * 3600);
+    EXPECT_LT(after, before + 200000);
 }
 
 } // namespace
