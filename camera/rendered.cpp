@@ -28,7 +28,8 @@ const float BLUR_FROM_US = 20000;
 // A head that turns smears every picture: as many moments of an exposure are drawn as it passes pixels meanwhile, and no
 // more than this many.
 const int BLUR_MOMENTS_MAX = 4;
-const float TURNED = 0.02f; // degrees; the gears' play and a step are larger
+const double HEAD_SPAN_S = 0.04; // the longest exposure
+const float TURNED = 0.02f;      // degrees; the gears' play and a step are larger
 
 struct {
     rendered_settings settings;
@@ -39,7 +40,10 @@ struct {
     sensor_state sensor, view_sensor;
     bool settled, view_settled;
     bool moving; // something moved in the last picture
-    bool aimed;  // there was a last picture, and it looked there:
+    // Where the head is while a picture is drawn, read once: the picture for people and the truth are of the same moment.
+    bool headed;
+    float head_pan, head_tilt, head_pan_before, head_tilt_before; // before: HEAD_SPAN_S earlier
+    bool aimed; // there was a last picture, and it looked there:
     float pan, tilt;
 
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // protects the rest, which other threads set and read
@@ -103,20 +107,30 @@ const world_controls *current_controls(double before_s, world_controls *room)
     *room = state.controls;
     bool controlled = state.controlled;
     pthread_mutex_unlock(&state.mutex);
-    if (state.settings.head && state.settings.head(before_s, &room->pan, &room->tilt))
+    if (state.headed) {
+        const float share = static_cast<float>(before_s / HEAD_SPAN_S);
+        room->pan = state.head_pan + (state.head_pan_before - state.head_pan) * share;
+        room->tilt = state.head_tilt + (state.head_tilt_before - state.head_tilt) * share;
         controlled = room->view_set = true;
+    }
     return controlled ? room : nullptr;
+}
+
+void read_head(void)
+{
+    state.headed = state.settings.head && state.settings.head(0, &state.head_pan, &state.head_tilt) &&
+                   state.settings.head(HEAD_SPAN_S, &state.head_pan_before, &state.head_tilt_before);
 }
 
 // How many pixels of a picture of that width the head passes in so long.
 int pixels_passed(double exposure_s, int width)
 {
-    float pan, tilt, pan_before, tilt_before;
-    if (!state.settings.head || !state.settings.head(0, &pan, &tilt) ||
-        !state.settings.head(exposure_s, &pan_before, &tilt_before))
+    if (!state.headed)
         return 0;
-    const float degrees = std::max(fabsf(pan - pan_before), fabsf(tilt - tilt_before));
-    return static_cast<int>(degrees / state.snapshot.view.width_angle * static_cast<float>(width));
+    const float degrees = std::max(fabsf(state.head_pan - state.head_pan_before),
+                                   fabsf(state.head_tilt - state.head_tilt_before));
+    return static_cast<int>(degrees * static_cast<float>(exposure_s / HEAD_SPAN_S) /
+                            state.snapshot.view.width_angle * static_cast<float>(width));
 }
 
 void meter(const render_picture *light)
@@ -257,6 +271,7 @@ AVFrame *rendered_picture(uint64_t number)
         return nullptr;
     }
     const double time = time_of(number);
+    read_head();
     if (take(time, &state.sensor, &state.settled, &state.light, frame) != 0 ||
         (extra->view &&
          take(time, &state.view_sensor, &state.view_settled, &state.view_light, extra->view) != 0)) {

@@ -54,6 +54,13 @@ class Figures(unittest.TestCase):
         self.assertAlmostEqual(right, -loop.place(frame(3, 100))[0])
         self.assertEqual(left, 0)
 
+    def test_a_request_that_leads_away_is_astray(self):
+        asked = {"said": "request", "motion": [0, 0, 8, 8], "whole": False}
+        run = loop.Run([frame(0), frame(1, 250, angle=[20, 0], **asked), frame(2, 250, angle=[-20, 0], **asked),
+                        frame(3, visible=0, angle=[20, 0], **asked), frame(4, 250, angle=[0, 12], **asked),
+                        frame(5, 250, angle=[-20, 0], said="calm")])
+        self.assertEqual(run.astray(), 2)
+
     def test_what_came_of_a_frame(self):
         rectangle = {"motion": [0, 0, 8, 8], "whole": False}
         for expected, more in (("turning", {"busy": True}), ("still", {}), ("whole", {**rectangle, "whole": True}),

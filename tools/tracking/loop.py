@@ -121,6 +121,15 @@ class Run:
             counts[reason(frame)] = counts.get(reason(frame), 0) + 1
         return counts
 
+    def astray(self):
+        """Requests to the side that led away from the target, or were made while it was not to be seen."""
+        count = 0
+        for frame in self.watched:
+            if frame.get("said") == "request" and frame["angle"][0]:
+                where = self.places[frame["frame"]]
+                count += where is None or where[0] * frame["angle"][0] < 0
+        return count
+
     def count(self, condition):
         return sum(1 for frame in self.watched if condition(frame))
 
@@ -183,6 +192,7 @@ def figures(runs):
         "own motion": sum(run.count(own) for run in runs) / watched,
         "own whole": sum(run.count(lambda f: own(f) and f["whole"]) for run in runs) / watched,
         "own requests": sum(run.count(lambda f: own(f) and f.get("said") == "request") for run in runs) / minutes,
+        "astray": sum(run.astray() for run in runs) / minutes,
         # Off the zone upwards or downwards, and the rule that pans before it tilts says neither.
         "pan first": sum(run.count(lambda f, r=run: r.places[f["frame"]] is not None and not f["busy"] and
                                    not in_zone(r.places[f["frame"]], 1) and f.get("said") == "calm" and f["angle"][0] != 0)

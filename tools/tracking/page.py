@@ -33,6 +33,7 @@ COLUMNS = (
     ("own motion", lambda f: percent(f["own motion"])),
     ("of it everywhere", lambda f: percent(f["own whole"])),
     ("own requests/min", lambda f: f"{f['own requests']:.0f}"),
+    ("astray/min", lambda f: f"{f['astray']:.0f}"),
 )
 
 
