@@ -343,19 +343,23 @@ def detect_rows(key):
         yield Row(key, value, not_understood(key, value))
 
 
-def card_rows():
-    """Whether motion is recorded on the card: 32 bytes behind the 128 of a new file."""
-    def recorded(size):
-        return (f"motion: the hour's file has {size} bytes" if size else "motion: there is no file",
-                lambda test: test.show_motion(size))
+def card_and_sound_rows():
+    """What is recorded on the card: motion, 32 bytes behind the 128 of a new file, and a loud sound where
+    "baby_cry_detect" is on, 32 bytes."""
+    def recorded(what, size):
+        return (f"{what}: the hour's file has {size} bytes" if size else f"{what}: there is no file",
+                lambda test: test.show(what, size))
 
-    yield Row("sdcard_rw", "ro", also=recorded(0))
+    yield Row("sdcard_rw", "ro", also=recorded("motion", 0))
     for value in some("rdw", " rdwr", "RDWR", "on", number(1)) + STRANGE:
         yield Row("sdcard_rw", value)
-    yield Row("sdcard_rw", "x", also=recorded(0))
-    yield Row("sdcard_rw", "rdwr", also=recorded(160))
+    yield Row("sdcard_rw", "x", also=recorded("motion", 0))
+    yield Row("sdcard_rw", "rdwr", also=recorded("motion", 160))
+    yield Row("baby_cry_detect", "off", also=recorded("a sound", 160))
+    yield Row("baby_cry_detect", "on", also=recorded("a sound", 192))
+    yield Row("baby_cry_detect", "off")
+    yield Row("sdcard_rw", "rdonly", also=recorded("a sound", 192))
     yield Row("sdcard_rw", "rdwr,noatime")
-    yield Row("sdcard_rw", "rdonly")
     yield Row("sdcard_rw", "")
 
 
@@ -889,19 +893,25 @@ class SettingValues(SystemTest):
         return sum(os.path.getsize(f"{folder}/{name}") for folder, _, names in os.walk(f"{self.root}/mnt/sdcard")
                    for name in names)
 
-    def show_motion(self, size):
+    def show(self, what, size):
+        """Motion, or a sound; then the records on the card have this size."""
+        {"motion": self.show_motion, "a sound": self.show_sound}[what]()
+        until(lambda: self.record_bytes() == size, f"{size} bytes of records")
+        if size:  # the line about the last one comes after it
+            self.daemon.wait_for("write_event successful", times=(size - 128) // 32)
+
+    def show_motion(self):
         """Two pictures, the second of which differs."""
         for brightness in (20, 230):
             self.event_count += abs(brightness - self.brightness) >= MOVES_FROM[0]
             self.frame(brightness)
-        self.wait_for_records(size)
         until(lambda: len(self.heard()) == self.event_count, "the events of two pictures")
 
-    def wait_for_records(self, size):
-        """And for the line about the last one, which comes after it."""
-        until(lambda: self.record_bytes() == size, f"{size} bytes of records")
-        if size:
-            self.daemon.wait_for("write_event successful", times=(size - 128) // 32)
+    def show_sound(self):
+        """The media server hears one."""
+        mark = self.daemon.mark()
+        self.server.next_sound(lambda request: request.send(reply(request.cmd_no + 1, 0, b"\1\0\0\0")))
+        self.daemon.wait_for("loud sound detect yes", mark)
 
     def show_night(self):
         """The image processor says for a moment that it is night: its first sample is told of, with the motor's place."""
@@ -933,11 +943,13 @@ class SettingValues(SystemTest):
                           ("full_color", full_color_rows), ("wdr", wdr_rows), ("hdr_switch", hdr_rows),
                           ("power", power_rows), ("people_sensitivity", people_sensitivity_rows),
                           ("alarm_event", alarm_event_rows), ("people_region_detect", people_region_rows),
-                          ("track_switch", track_switch_rows), ("motor", motor_rows), ("fav_area_rect", fav_area_rows),
-                          ("sdcard_rw", card_rows)):
+                          ("track_switch", track_switch_rows), ("motor", motor_rows), ("fav_area_rect", fav_area_rows)):
             self.chapter(f"`{key}`", rows.__doc__, [*rows(), Row(key, BEYOND, stored=False)])
-        for key in ("face_detect", "human_detect", "baby_cry_detect"):
+        for key in ("face_detect", "human_detect"):
             self.chapter(f"`{key}`", detect_rows.__doc__, [*detect_rows(key), Row(key, BEYOND, stored=False)])
+        self.chapter("`sdcard_rw` and `baby_cry_detect`", card_and_sound_rows.__doc__, card_and_sound_rows())
+        self.chapter("`baby_cry_detect`", detect_rows.__doc__, [*detect_rows("baby_cry_detect"),
+                                                                Row("baby_cry_detect", BEYOND, stored=False)])
         self.assertEqual(self.daemon.stop(), 255)
 
     def test_2_with_power(self):
