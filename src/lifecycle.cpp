@@ -59,6 +59,8 @@ static const struct {
     teardown_label label;
     int (*call)(void);
 } teardown[] = {
+    // Threads that are to be joined may be waiting for a media server that has gone.
+    {STOP_TASKS, naro_ipc_server_give_up},
     {STOP_TASKS, ircut_exit}, // started by the "power" setting, not here
     {STOP_TASKS, mid_hchd_fini},
     {STOP_TASKS, kv_client_exit},       // after those whom settings steer

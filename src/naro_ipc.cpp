@@ -21,6 +21,8 @@ constexpr unsigned retry_ms = 500;
 std::atomic<int> ipc_fd{-1};
 // Held by a command from before its request is sent until after its reply has been checked.
 pthread_mutex_t ipc_mutex = PTHREAD_MUTEX_INITIALIZER;
+// The teardown has begun: no server is waited for any more.
+std::atomic<bool> given_up{false};
 
 } // namespace
 
@@ -46,8 +48,20 @@ int naro_ipc_server_connect(void)
     while (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         const int error = errno;
         log_err("[%s]connect error, errno=%d\r\n", __func__, error);
+        if (given_up) {
+            int ours = fd; // unless a disconnect has it by now
+            if (ipc_fd.compare_exchange_strong(ours, -1))
+                close(fd);
+            return -1;
+        }
         naro_clock_sleep_ms(retry_ms);
     }
+    return 0;
+}
+
+int naro_ipc_server_give_up(void)
+{
+    given_up = true;
     return 0;
 }
 

@@ -76,8 +76,9 @@ TEST_F(Lifecycle, WholeLife)
                             "algo_shbf_init", "ir_white_led_init", "kv_client_init", "motion_record_init",
                             "sound_detect_init", "mid_hchd_init 2", "algo_shbf_run",
                             // teardown
-                            "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
-                            "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"));
+                            "naro_ipc_server_give_up", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
+                            "motion_record_finish", "algo_shbf_fini", "queues2_exit",
+                            "naro_ipc_server_disconnect"));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -122,7 +123,7 @@ TEST_F(Lifecycle, LightsThatCannotBeSetUpAreNotAFailure)
 {
     modules.results["ir_white_led_init"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 16u);
+    EXPECT_EQ(modules.calls.size(), 17u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -140,8 +141,8 @@ TEST_F(Lifecycle, DetectionThatCannotStartIsNotAFailure)
     EXPECT_THAT(modules.calls,
                 ElementsAre("naro_ipc_server_connect", "queues2_init", "algo_shbf_init", "ir_white_led_init",
                             "kv_client_init", "motion_record_init", "sound_detect_init", "mid_hchd_init 2",
-                            "algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
-                            "motion_record_finish", "algo_shbf_fini", "queues2_exit",
+                            "algo_shbf_run", "naro_ipc_server_give_up", "ircut_exit", "mid_hchd_fini",
+                            "kv_client_exit", "motion_record_finish", "algo_shbf_fini", "queues2_exit",
                             "naro_ipc_server_disconnect"));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
@@ -150,7 +151,7 @@ TEST_F(Lifecycle, SoundsThatCannotBeAskedForAreNotAFailure)
 {
     modules.results["sound_detect_init"] = -11;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 16u);
+    EXPECT_EQ(modules.calls.size(), 17u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -158,18 +159,18 @@ TEST_F(Lifecycle, RecordsThatCannotStartAreNotAFailure)
 {
     modules.results["motion_record_init"] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 16u);
+    EXPECT_EQ(modules.calls.size(), 17u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
 TEST_F(Lifecycle, ResultsOfLoopAndTeardownDoNotMatter)
 {
     for (const char *call :
-         {"algo_shbf_run", "ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
-          "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
+         {"algo_shbf_run", "naro_ipc_server_give_up", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
+          "motion_record_finish", "algo_shbf_fini", "queues2_exit", "naro_ipc_server_disconnect"})
         modules.results[call] = -1;
     EXPECT_EQ(lifecycle_run(), 0);
-    EXPECT_EQ(modules.calls.size(), 16u);
+    EXPECT_EQ(modules.calls.size(), 17u);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -200,8 +201,9 @@ class LifecycleSignal : public Lifecycle, public testing::WithParamInterface<int
         if (child == 0) {
             atexit([] { _exit(7); });
             modules.inside[call] = inside;
-            for (const char *name : {"ircut_exit", "mid_hchd_fini", "kv_client_exit", "motion_record_finish",
-                                     "algo_shbf_fini", "queues2_exit"})
+            for (const char *name :
+                 {"naro_ipc_server_give_up", "ircut_exit", "mid_hchd_fini", "kv_client_exit",
+                  "motion_record_finish", "algo_shbf_fini", "queues2_exit"})
                 modules.inside[name] = [] { _exit(8); };
             lifecycle_run();
             _exit(9);
@@ -274,6 +276,10 @@ TEST_F(Lifecycle, BrokenPipeIsAnErrorAndNoSignal)
 int naro_ipc_server_connect(void)
 {
     return called("naro_ipc_server_connect");
+}
+int naro_ipc_server_give_up(void)
+{
+    return called("naro_ipc_server_give_up");
 }
 int naro_ipc_server_disconnect(void)
 {

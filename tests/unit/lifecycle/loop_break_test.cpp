@@ -71,12 +71,14 @@ class MediaServer
         commands_thread.join();
         stream_thread.join();
         close(quit);
-        close(listener);
+        if (listener >= 0)
+            close(listener);
     }
 
     std::function<void(int)> on_request;   // after the n-th request was served; set it before start
     std::atomic<int> tracked{0}, asked{0}; // commands with boxes; questions for a sound
     std::atomic<uint32_t> sound{0};        // the answer to those
+    std::atomic<bool> gone{false};         // instead of answering the next command, goes away for good
 
   private:
     void serve_commands()
@@ -96,6 +98,12 @@ class MediaServer
                 close(client);
                 client = -1;
                 continue;
+            }
+            if (gone) {
+                close(client);
+                close(listener);
+                listener = -1;
+                return;
             }
             tracked += request[2] == NARO_CMD_TRACK_RUN;
             asked += request[2] == NARO_CMD_SOUND_RESULT_GET;
@@ -202,6 +210,7 @@ class LoopBreak : public testing::Test
     {
         MediaServer server(frames);
         server.sound = sound;
+        current = &server;
         server.on_request = [&](int n) {
             if (n == request) {
                 woken_s = seconds_now();
@@ -249,6 +258,7 @@ class LoopBreak : public testing::Test
 
     LogCapture &log = *new LogCapture; // the thread that asks logs on
     uint32_t sound = 0;
+    MediaServer *current = nullptr; // while it lives
     std::atomic<double> woken_s{0.};
     int status = -1;
     double took_s = 0.;
@@ -299,6 +309,28 @@ TEST_F(LoopBreak, SoundsAreAskedForOnAndOn)
     expect_orderly_end();
     EXPECT_GT(log.count(told), 0u);
     ASSERT_TRUE(log.wait_for(failed, log.count(failed) + 20));
+}
+
+// Whoever has a command under way waits for the media server, with the channel's lock; all the others wait for that
+// lock. The teardown joins them all the same.
+TEST_F(LoopBreak, WhileTheMediaServerIsAwayForGood)
+{
+    std::thread waker;
+    live(MediaServer::Frames::moving, 8, [&] {
+        current->gone = true;
+        waker = std::thread([&] {
+            EXPECT_TRUE(log.wait_for("[naro_ipc_server_connect]connect error, errno=111\r\n", 3));
+            woken_s = seconds_now();
+            algo_shbf_signal_handler();
+        });
+    });
+    if (IsSkipped())
+        return;
+    waker.join();
+    EXPECT_EQ(status, 0);
+    EXPECT_LT(took_s, 5.) << "half a second's wait, and the joins";
+    EXPECT_TRUE(log.has("shbf exit\n"));
+    EXPECT_GT(tracked, 0) << "detection was at work";
 }
 
 TEST_F(LoopBreak, WorkerThreadsBroadcastOnAndOn)

@@ -154,6 +154,54 @@ TEST_F(Ipc, WaitsForTheServerAndTellsEveryHalfSecond)
     EXPECT_TRUE(server->idle());
 }
 
+TEST_F(Ipc, AfterGivingUpItTriesOnceAndServesWhoIsThere)
+{
+    const size_t before = open_descriptors().size();
+    EXPECT_EQ(naro_ipc_server_give_up(), 0);
+    EXPECT_EQ(naro_ipc_server_connect(), -1);
+    EXPECT_THAT(errors(), ElementsAre(refused));
+    EXPECT_TRUE(clock.sleeps().empty());
+    EXPECT_EQ(open_descriptors().size(), before);
+    log.clear();
+    EXPECT_EQ(naro_ipc_cmd_snd("text", 4), -1);
+    EXPECT_THAT(errors(), ElementsAre("not connect to ipc server\r\n"));
+    MediaServer server;
+    EXPECT_EQ(naro_ipc_server_connect(), 0);
+    EXPECT_TRUE(server.accept().connected());
+}
+
+TEST_F(Ipc, GivingUpEndsAWaitAndTheCommandThatItIsIn)
+{
+    {
+        MediaServer server;
+        ASSERT_EQ(naro_ipc_server_connect(), 0);
+    }
+    int sleeps = 0;
+    clock.on_sleep = [&](unsigned) {
+        if (++sleeps == 3)
+            naro_ipc_server_give_up();
+    };
+    log.clear();
+    EXPECT_EQ(naro_ipc_cmd_snd("text", 4), -1);
+    EXPECT_EQ(sleeps, 3);
+    EXPECT_THAT(errors(), ElementsAre(refused, refused, refused, refused, "cmd snd error, wsize = -1\r\n"));
+}
+
+TEST_F(Ipc, ADisconnectWhileAConnectGivesUpKeepsItsZero)
+{
+    clock.on_sleep = [&](unsigned) {
+        naro_ipc_server_give_up();
+        naro_ipc_server_disconnect();
+    };
+    EXPECT_EQ(naro_ipc_server_connect(), -1);
+    log.clear();
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    dup2(nothing, STDIN_FILENO);
+    EXPECT_EQ(naro_ipc_cmd_snd("text", 4), 0) << "to the standard input, as after every disconnect";
+    EXPECT_THAT(errors(), ElementsAre());
+    close(nothing);
+}
+
 TEST_F(Ipc, TellsTheErrorOfEachAttempt)
 {
     MediaServer server;
