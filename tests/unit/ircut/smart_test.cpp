@@ -130,6 +130,7 @@ TEST_F(Smart, TheTwentyFirstBrightSampleInARowIsDay)
     night();
     world.bright();
     EXPECT_EQ(world.rounds(&task, 20), Journal{});
+    task.white_led_seen = 1; // whatever it was
     EXPECT_EQ(world.rounds(&task, 1), TO_DAY);
     EXPECT_EQ(world.lines(),
               (Lines{info("[" TASK " N] ircut_mode:5 night to day"), info("[_infrared_drv]pwm_duty(0)\n")}));
@@ -228,7 +229,9 @@ TEST_F(Smart, NightAndColourMayBeginWithTheSameSample)
     world.rounds(&task, 10);
     Journal both = TO_NIGHT;
     both.insert(both.end(), TO_COLOR.begin(), TO_COLOR.end());
+    task.n2d_count = 5;
     EXPECT_EQ(world.rounds(&task, 1), both);
+    EXPECT_EQ(task.n2d_count, 0);
 }
 
 TEST_F(Smart, AProcessorThatRefusesColourIsNotAskedAgain)

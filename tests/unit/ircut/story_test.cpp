@@ -354,6 +354,7 @@ TEST_F(Story, OfFullColour)
     world.on_note = [&](const std::string &line) {
         if (line == "led 47 1") {
             EXPECT_EQ(ircut.full_color_night, 0);
+            EXPECT_EQ(task.d2n_count, 0);
         }
         if (line == "says  full_color_type night") {
             EXPECT_EQ(ircut.full_color_night, 1);
@@ -367,6 +368,7 @@ TEST_F(Story, OfFullColour)
     world.on_note = [&](const std::string &line) {
         if (line == "led 47 0") {
             EXPECT_EQ(ircut.full_color_night, 1);
+            EXPECT_EQ(task.n2d_count, 0);
         }
         if (line == "says  full_color_type day") {
             EXPECT_EQ(ircut.full_color_night, 0);
