@@ -98,6 +98,38 @@ class KvStored : public testing::Test
                            std::string(60000, 'x')};
 };
 
+// What a reader of the log sees before something happens.
+TEST_F(KvStored, EachIsSaidBeforeItIsDone)
+{
+    const struct {
+        int (*handler)(char *);
+        std::string value; // "-": there is none
+        size_t lines;
+    } all[] = {
+        {sync_cb_motion_region, list_of(std::string(32, '1')), 2},
+        {sync_cb_wdr_mode, "on", 1},
+        {sync_cb_wdr_mode, "-", 1},
+        {sync_cb_night_mode, "3", 1},
+        {sync_cb_night_mode, "-", 1},
+        {sync_cb_fullcolor, "off", 1},
+        {sync_cb_fullcolor, "-", 1},
+        {sync_cb_track_mode, "on", 1},
+        {sync_cb_track_mode, "-", 1},
+    };
+    size_t before = 0, calls = 0;
+    acts.on_call = [&] {
+        before = log.lines().size();
+        calls++;
+    };
+    for (const auto &one : all) {
+        log.clear();
+        one.handler(one.value == "-" ? nullptr : fake_text(one.value.c_str()));
+        EXPECT_EQ(before, one.lines) << log.texts()[0];
+    }
+    EXPECT_EQ(calls, std::size(all));
+    acts.on_call = nullptr;
+}
+
 // ---- motion_region ----------------------------------------------------------------------------------------
 
 Lines motion_lines(const std::string &name, const std::string &value)

@@ -7,6 +7,7 @@
 
 #include "acts.h"
 #include "fake_vardex.h"
+#include "heap_use.h"
 #include "in_child.h"
 #include "kv_client.h"
 #include "log_capture.h"
@@ -23,6 +24,7 @@ using Lines = std::vector<std::string>;
 struct {
     int result;
     std::vector<void *> handles; // of each call
+    std::function<void()> on_call;
 } param_init;
 
 bool may_end; // the process
@@ -42,6 +44,8 @@ void __wrap__exit(int status)
 int kv_sys_param_init(void *handle)
 {
     param_init.handles.push_back(handle);
+    if (param_init.on_call)
+        param_init.on_call();
     acts.calls.push_back("kv_sys_param_init");
     return param_init.result;
 }
@@ -584,6 +588,19 @@ TEST_F(KvSettingValues, FavAreaThatIsMissingEndsTheList)
            {right, array_of(3), "cb:1 0 0 0 name= event_type =  \n", "! temp NULL \n"}});
 }
 
+TEST_F(KvSettingValues, FavAreasGiveBackTheirMemory)
+{
+    for (const char *value : {R"([{"x1":1,"roi_name":"door"},null])", "{}", "[{"})
+        EXPECT_EQ(leaked_bytes([&] {
+                      FakeResponse response("fav_area_rect", value);
+                      notify_cb_fav_area(&response, nullptr);
+                      log.clear();
+                      acts.calls.clear();
+                  }),
+                  0u)
+            << value;
+}
+
 TEST_F(KvSettingValues, FavAreasThatAreNone)
 {
     for (const std::string &value :
@@ -617,6 +634,18 @@ TEST(KvSettingsPower, WhatCannotBeReadEndsTheDaemon)
     EXPECT_EQ(child.out, "6 [notify_cb_power_mode]\r\n6 [key=power][value=on]\r\n"
                          "3 [notify_cb_power_mode] kv_sys_param_init fail, exit\n");
     EXPECT_EQ(child.status, 0);
+}
+
+TEST(KvSettingsPower, WithoutAValueItIsSaidBeforeItIsDone)
+{
+    LogCapture log;
+    Lines before;
+    param_init.on_call = [&] { before = log.texts(); };
+    FakeResponse response("power", nullptr);
+    notify_cb_power_mode(&response, nullptr);
+    EXPECT_THAT(before,
+                ElementsAre("[notify_cb_power_mode]\r\n", "[notify_cb_power_mode] key or value is null\n",
+                            "[notify_cb_power_mode] init ircut and motion\n"));
 }
 
 TEST(KvSettingsPower, OnlyNegativeIsAFailure)
