@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 
 #include "failures_to_stderr.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 
 using testing::ElementsAre;
@@ -300,6 +301,12 @@ TEST_F(FavArea, AnAreaIsMeantByTheBeginningsOfItsTexts)
     EXPECT_EQ(remove("door", "peop"), 2); // all four
     EXPECT_EQ(out.text(), deleted_line(0) + deleted_line(0) + deleted_line(1) + deleted_line(1));
     EXPECT_THAT(in_use(), ElementsAre("window", "oor"));
+}
+
+TEST_F(FavArea, OneCharacterIsAText)
+{
+    EXPECT_EQ(update(1, 2, 3, 4, "n", "t"), 0);
+    EXPECT_EQ(remove("n", "t"), 2);
 }
 
 TEST_F(FavArea, TextsAreCutAt31Bytes)

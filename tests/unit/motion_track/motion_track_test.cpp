@@ -19,6 +19,7 @@
 
 #include "event_channels.h"
 #include "fake_clock.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "motion_angle.h"
 #include "motion_event_record.h"
@@ -33,6 +34,7 @@ extern "C" {
 int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
 int __real_pthread_cancel(pthread_t);
 int __real_pthread_join(pthread_t, void **);
+int __real_sem_init(sem_t *, int, unsigned);
 int __real_sem_wait(sem_t *);
 }
 
@@ -64,6 +66,7 @@ struct World {
     std::function<void()> on_request; // on the tracker's thread, no lock held
 };
 World *world;
+Texts semaphores; // made in this process: "SHARED VALUE"
 
 class MotionTrack : public testing::Test
 {
@@ -176,6 +179,12 @@ int __wrap_pthread_join(pthread_t thread, void **end)
     return result != 0 ? result : world->join_result;
 }
 
+int __wrap_sem_init(sem_t *semaphore, int shared, unsigned value)
+{
+    semaphores.push_back(std::to_string(shared) + " " + std::to_string(value));
+    return __real_sem_init(semaphore, shared, value);
+}
+
 int __wrap_sem_wait(sem_t *semaphore)
 {
     {
@@ -222,6 +231,12 @@ TEST_F(MotionTrack, OnAndOff)
     EXPECT_THAT(w.life, ElementsAre("create", "copy 1", "cancel", "join", "copy 0"));
     EXPECT_THAT(log.lines(), ElementsAre(info(start_line), info(stop_line)));
     EXPECT_TRUE(w.cancellable_in_wait);
+    on();
+    see_at(300, 96);
+    motion_track_mode_config(0);
+    motion_track_coordinate_config(300, 96, 2, 2);
+    EXPECT_THAT(semaphores,
+                ElementsAre("0 0")); // one for all, since detection may be about to post at any moment
 }
 
 TEST_F(MotionTrack, OffWhenItIsOff)
@@ -362,13 +377,13 @@ TEST_F(MotionTrack, ARequestUnderWayIsFinishedBeforeTheEnd)
 
 TEST_F(MotionTrack, AnInterruptedWaitIsNoRound)
 {
-    w.interrupts = 3;
     on();
-    ASSERT_TRUE(wait_for_waits(4));
-    EXPECT_THAT(log.lines(), ElementsAre(info(start_line)));
+    w.interrupts = 3; // after the round
     EXPECT_EQ(motion_track_coordinate_config(290, 88, 20, 16), 0);
     ASSERT_TRUE(wait_for_waits(5));
     EXPECT_EQ(log.count("rotate_buf = [40,0]===\n"), 1u);
+    see_at(300, 96);
+    EXPECT_EQ(log.count("rotate_buf = [40,0]===\n"), 2u);
 }
 
 TEST_F(MotionTrack, WhatIsSaidInARound)
@@ -653,6 +668,15 @@ TEST_F(MotionTrack, ADuplicateIsNearInPlaceAndInItsStrangeTime)
             << c.x << " " << c.wall_ms;
         EXPECT_EQ(log.lines(), c.is_new ? Lines{} : Lines{line});
     }
+}
+
+TEST_F(MotionTrack, WithoutAPointItsTimeIsZero)
+{
+    motion_track_coordinate_config(100, 50, 10, 10);
+    clock.set_wall_ms(500999);
+    EXPECT_EQ(motion_track_filter_duplicate_coordinate(100, 7, 8, 9), 0);
+    clock.set_wall_ms(501000);
+    EXPECT_EQ(motion_track_filter_duplicate_coordinate(100, 7, 8, 9), 1);
 }
 
 TEST_F(MotionTrack, OppositeIsTheSame)
