@@ -41,6 +41,9 @@ TEST_F(AlarmLight, IsAskedForAndTakenBack)
     EXPECT_EQ(world.lines(), (Lines{info("[set_white_led_alarm_info N] alarm_flag:1 ")}));
     EXPECT_EQ(ircut.alarm_flag, 1);
     EXPECT_EQ(ircut.alarm_light, 0x1FFFFFFFEu);
+    const int odd[3] = {7, 257, 1};
+    EXPECT_EQ(set_white_led_alarm_info(1, odd), 0);
+    EXPECT_EQ(ircut.alarm_light, 0x10100000001u) << "no known light, though its last byte is one";
     EXPECT_EQ(set_white_led_alarm_info(0, words), 0);
     EXPECT_EQ(ircut.alarm_flag, 0);
     EXPECT_EQ(world.journal(), Journal{});
@@ -116,6 +119,31 @@ TEST_F(AlarmLight, Flashing)
 {
     ask(1, 5);
     EXPECT_EQ(ticks(), "11101101100");
+}
+
+TEST_F(AlarmLight, IsServedByAThreadThatEndsWithTheTask)
+{
+    ircut.task_running = 1;
+    ircut.alarm_thread = 7;
+    ask(1, 5);
+    std::string seen;
+    world.clock.on_sleep = [&](unsigned ms) {
+        EXPECT_EQ(ms, 500u);
+        seen += world.white == 1 ? '1' : '0';
+        if (seen.size() == 13)
+            ircut.task_running = 0;
+    };
+    EXPECT_EQ(white_led_status_and_alarm_check(reinterpret_cast<void *>(uintptr_t{7})), nullptr);
+    EXPECT_EQ(seen, "1110110110000") << "5 s, and two looks at nothing";
+    // Asked for where it is dropped, the thread looks again without having slept.
+    ircut.task_running = 1;
+    ircut_mode_config(4);
+    ircut.full_color_night = 1;
+    ask(0, 5);
+    seen = "............";
+    EXPECT_EQ(white_led_status_and_alarm_check(reinterpret_cast<void *>(uintptr_t{7})), nullptr);
+    EXPECT_EQ(seen.size(), 13u) << "it has slept once";
+    EXPECT_EQ(ircut.alarm_flag, 0);
 }
 
 TEST_F(AlarmLight, OfAnUnknownKindIsDark)

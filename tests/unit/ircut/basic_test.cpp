@@ -1,6 +1,8 @@
 // The basic controller.
 #include "world.h"
 
+#include <sys/prctl.h>
+
 namespace
 {
 
@@ -175,6 +177,9 @@ TEST_F(Basic, ItsThreadReadsTheModeOnceAndEndsWithTheTask)
     int sleeps = 0;
     world.clock.on_sleep = [&](unsigned ms) {
         EXPECT_EQ(ms, 500u);
+        char name[16] = "";
+        prctl(PR_GET_NAME, name);
+        EXPECT_STREQ(name, "mstar_ircut_ctr") << "as much as the kernel keeps of it";
         if (++sleeps == 3)
             ircut.task_running = 0;
     };

@@ -521,6 +521,12 @@ TEST_F(Story, OfTheBasicController)
         }
         return world.journal();
     };
+    world.on_note = [&](const std::string &line) {
+        if (line.compare(0, 5, "event") == 0) {
+            EXPECT_EQ(basic.task.d2n_count, 0) << line;
+            EXPECT_EQ(basic.task.n2d_count, 0) << line;
+        }
+    };
     world.dark();
     basic_rounds(5);
     ir_level = 75;

@@ -132,6 +132,10 @@ TEST_F(Drivers, AWriteCutShortIsAFailure)
     sysfs.fail("write", "gpio/gpio78/value", -2); // one byte
     EXPECT_EQ(sysfs_replace_logged(fd, "99", 2, "caller", "/path"), -1);
     EXPECT_EQ(errno, EIO);
+    sysfs.fail("write", "gpio/gpio78/value", -1); // nothing at all
+    errno = 0;
+    EXPECT_EQ(sysfs_replace(fd, "99", 2), -1);
+    EXPECT_EQ(errno, EIO);
     sysfs.fail("write", "gpio/gpio78/value", -3);
     EXPECT_EQ(sysfs_replace_logged(fd, "99", 2, "caller", "/path"), 0);
     sysfs.fail("write", "gpio/gpio78/value", EPERM);
