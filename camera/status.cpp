@@ -5,11 +5,14 @@
 #include <json-c/json.h>
 #include <memory>
 #include <stdio.h>
+#include <utility>
 
 #include "command_server.h"
 #include "desk.h"
 #include "events.h"
 #include "frames.h"
+#include "motor_head.h"
+#include "motor_view.h"
 #include "shbfev.h"
 #include "sound.h"
 #include "source.h"
@@ -144,6 +147,23 @@ json_object *picture_object(void)
     return object;
 }
 
+json_object *view_object(void)
+{
+    motor_view_record view;
+    if (!motor_head_record(&view))
+        return nullptr;
+    json_object *object = json_object_new_object();
+    for (const auto &[name, axis] :
+         {std::make_pair("right", MOTOR_PAN), std::make_pair("down", MOTOR_TILT)}) {
+        char degrees[32]; // tenths are enough
+        snprintf(degrees, sizeof degrees, "%.1f", view.place.axis[axis].head);
+        json_object_object_add(object, name, json_object_new_double_s(view.place.axis[axis].head, degrees));
+    }
+    add(object, "turning", view.turning);
+    add(object, "moves", static_cast<uint64_t>(view.moves));
+    return object;
+}
+
 int on_request(void *, const void *, size_t)
 {
     const std::string text = status_json();
@@ -165,6 +185,7 @@ std::string status_json(void)
     json_object_object_add(top.get(), "daemon", daemon_object(frames));
     json_object_object_add(top.get(), "picture", picture_object());
     json_object_object_add(top.get(), "sound", sound_object());
+    json_object_object_add(top.get(), "view", view_object());
     return json_object_to_json_string_ext(top.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
 }
 

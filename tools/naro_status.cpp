@@ -147,6 +147,11 @@ void print_status(json_object *status)
            json_object_get_boolean(member(picture, "wdr")) ? "on" : "off",
            json_object_get_boolean(member(picture, "colour_transform")) ? "on" : "off");
     print_sound(member(status, "sound"));
+    json_object *view = member(status, "view");
+    if (view)
+        printf("view        %.1f degrees right, %.1f down%s, %" PRId64 " moves\n",
+               json_object_get_double(member(view, "right")), json_object_get_double(member(view, "down")),
+               json_object_get_boolean(member(view, "turning")) ? ", turning" : "", number(view, "moves"));
 }
 
 void show(const char *text)

@@ -102,11 +102,11 @@ void end_move(uint64_t now_ms)
         motor_at(&driver.settings.parameters, &driver.move, static_cast<double>(now_ms - driver.taken_ms));
     driver.moving = false;
     write_view(&driver.place, false, nullptr);
-    const motor_driver_report report = {driver.text, driver.taken_ms, now_ms, from, driver.place};
-    driver.settings.on_move(&report);
     driver.to_clear = driver.settings.mailbox != nullptr;
     if (driver.to_clear)
         clear(now_ms);
+    const motor_driver_report report = {driver.text, driver.taken_ms, now_ms, from, driver.place};
+    driver.settings.on_move(&report);
     rest_from(now_ms + MOTOR_DRIVER_REST_MS);
 }
 

@@ -36,6 +36,11 @@ void motor_head_stop(void)
     head.view = nullptr;
 }
 
+bool motor_head_record(motor_view_record *record)
+{
+    return head.view && motor_view_read(head.view, record);
+}
+
 bool motor_head_at(double before_s, float *pan, float *tilt)
 {
     if (!head.view)

@@ -12,4 +12,9 @@ void motor_head_stop(void); // after the source
 // is no head. Any thread.
 bool motor_head_at(double before_s, float *pan, float *tilt);
 
+struct motor_view_record;
+// What the motor wrote last, in its own degrees (v downwards). False where there is no head, or nobody has written yet.
+// Any thread.
+bool motor_head_record(motor_view_record *record);
+
 #endif

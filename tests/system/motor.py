@@ -65,6 +65,7 @@ class Motor(SystemTest):
         line = program.wait_for(text)
         match = MOVED.match(line)
         self.assertTrue(match, line)
+        until(lambda: not self.box.full(), "the mailbox is free")
         return tuple(int(number) for number in match.groups()[1:])
 
     def setting(self):
@@ -198,6 +199,9 @@ class Following(SystemTest):
         camera.wait_for("the daemon has ended (killed by signal 9 (Killed)); starting it again")
         before = len(self.moves())
         until(lambda: len(self.moves()) > before, "the next daemon makes it move")
+        done = subprocess.run([f"{BIN}/naro-status", "--json"], env={**os.environ, "NARO_ROOT": self.root},
+                              capture_output=True, text=True, check=True)
+        self.assertGreaterEqual(json.loads(done.stdout)["view"]["moves"], 4)
         self.assertEqual(camera.stop(), 0)
         with open(f"{self.root}/truth", encoding="utf-8") as file:
             pans = [json.loads(line)["pan"] for line in file]

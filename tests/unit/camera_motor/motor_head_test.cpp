@@ -76,6 +76,18 @@ TEST_F(MotorHead, StandsWhereItWasReadLastWhileTheFileHoldsNonsense)
     EXPECT_FLOAT_EQ(pan, 30);
 }
 
+TEST_F(MotorHead, IsToldAsTheMotorWroteIt)
+{
+    motor_view_record record = {};
+    EXPECT_FALSE(motor_head_record(&record)) << "no head";
+    ASSERT_EQ(motor_head_start(), 0);
+    EXPECT_FALSE(motor_head_record(&record)) << "nobody has written";
+    write(3, 30, 12);
+    ASSERT_TRUE(motor_head_record(&record));
+    EXPECT_EQ(record.moves, 3u);
+    EXPECT_EQ(record.place.axis[MOTOR_TILT].head, 12);
+}
+
 TEST_F(MotorHead, ThatCannotBeIsSaid)
 {
     OutputCapture errors(STDERR_FILENO);
