@@ -90,6 +90,7 @@ class AlgoShm : public testing::Test
         segment.unmap_error = 0;
         algo_shm_fini();
         free(segment.box);
+        segment = Segment();
     }
     // A clock in which sleepers wait for the test.
     void hold_time()
@@ -122,12 +123,14 @@ class AlgoShm : public testing::Test
 TEST_F(AlgoShm, StartsAndStopsInAnOrderThatDestroysNothingInUse)
 {
     EXPECT_EQ(algo_shm_init(), 0);
+    ASSERT_TRUE(until([] { return __atomic_load_n(&segment.mapped, __ATOMIC_ACQUIRE); }));
     algo_shm_write_wrap("[1,2,3]");
     EXPECT_EQ(next_text(), "[1,2,3]");
     EXPECT_EQ(algo_shm_fini(), 0);
-    EXPECT_THAT(segment_calls(), ElementsAre("init 0 0", "name motor_rotate",
-                                             "get 4386 60 " + std::to_string(IPC_CREAT | 0666), "map",
-                                             "cancel", "join", "destroy", "unmap"));
+    EXPECT_THAT(segment_calls(),
+                ElementsAre("init 0 0 in 2", "name motor_rotate in 0",
+                            "get 4386 60 " + std::to_string(IPC_CREAT | 0666) + " in 0", "map in 0",
+                            "post in 1", "cancel in 1", "join in 1", "destroy in 2", "unmap in 1"));
     using Line = LogCapture::Line;
     EXPECT_THAT(log.lines(),
                 ElementsAre(Line{NARO_LOG_INFO, "create motor_rotate_task_thread\n"},
@@ -171,7 +174,7 @@ TEST_F(AlgoShm, StartsAgainAndAttachesAgain)
         algo_shm_write_wrap("[1,2,3]");
         EXPECT_EQ(next_text(), "[1,2,3]");
         EXPECT_EQ(algo_shm_fini(), 0);
-        EXPECT_THAT(segment_calls(), testing::Contains("map"));
+        EXPECT_THAT(segment_calls(), testing::Contains("map in 0"));
     }
 }
 
@@ -189,7 +192,7 @@ TEST_F(AlgoShm, ThreadThatCannotBeCreated)
         EXPECT_THAT(log.lines(),
                     ElementsAre(LogCapture::Line{NARO_LOG_ERR, "create motion_track_task_thread fail ret = " +
                                                                    std::to_string(row.error) + "\n"}));
-        EXPECT_THAT(segment_calls(), ElementsAre("init 0 0", "destroy"));
+        EXPECT_THAT(segment_calls(), ElementsAre("init 0 0 in 2", "destroy in 2"));
         EXPECT_EQ(algo_shm_fini(), -1) << "nothing runs";
         EXPECT_THAT(segment_calls(), IsEmpty());
     }
@@ -242,54 +245,42 @@ TEST_F(AlgoShm, IsNotCancelledBeforeItWaits)
     ASSERT_EQ(algo_shm_init(), 0);
     EXPECT_EQ(algo_shm_fini(), 0);
     EXPECT_TRUE(log.has("shmdt success\n"));
-    EXPECT_THAT(segment_calls(), testing::Contains("map"));
+    EXPECT_THAT(segment_calls(), testing::Contains("map in 0"));
 }
 
-// Cancellation is accepted in the waits and nowhere else: every line is logged outside of them.
+// Cancellation is accepted in the waits and nowhere else, whatever wait was the last.
 TEST_F(AlgoShm, IsCancelledOnlyWhereItWaits)
 {
-    struct States {
-        std::atomic<int> in_lines{0}, in_waits{0}, wrong_lines{0}, wrong_waits{0};
-        static int now()
-        {
-            int state, ignored;
-            pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-            pthread_setcancelstate(state, &ignored);
-            return state;
-        }
-        void line()
-        {
-            in_lines++;
-            wrong_lines += now() != PTHREAD_CANCEL_DISABLE;
-        }
-        void wait()
-        {
-            in_waits++;
-            wrong_waits += now() != PTHREAD_CANCEL_ENABLE;
-        }
+    std::atomic<int> waits_begun{0}, wrong_waits{0}, told{0}, wrong_between{0};
+    const auto cancel_state = [] {
+        int state, ignored;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+        pthread_setcancelstate(state, &ignored);
+        return state;
     };
-    States states;
-    naro_log_set_sink(
-        [](void *context, naro_log_level, const char *) { static_cast<States *>(context)->line(); }, &states);
-    segment.on_wait = [&] { states.wait(); };
-    clock->on_sleep = [&](unsigned) { states.wait(); };
-    ASSERT_EQ(algo_shm_init(), 0); // one line
+    const pthread_t test = pthread_self();
+    const auto wait = [&] {
+        wrong_waits += cancel_state() != PTHREAD_CANCEL_ENABLE;
+        waits_begun++;
+    };
+    segment.on_wait = wait;
+    clock->on_sleep = [&](unsigned) { wait(); };
+    segment.on_told = [&] {
+        if (pthread_equal(pthread_self(), test))
+            return;
+        wrong_between += cancel_state() != PTHREAD_CANCEL_DISABLE;
+        told++;
+    };
+    ASSERT_EQ(algo_shm_init(), 0);
     segment.box->full = 1;
-    algo_shm_write_wrap("[1,1,1]"); // six waits, then a line
-    ASSERT_TRUE(until([&] { return states.in_lines == 2; }));
-    ASSERT_EQ(motor_mailbox_lock_try(&segment.box->lock), 0);
-    algo_shm_write_wrap("[2,2,2]"); // a hundred waits, then a line
-    ASSERT_TRUE(until([&] { return states.in_lines == 3; }));
-    __atomic_store_n(&segment.box->full, 0, __ATOMIC_RELEASE);
-    motor_mailbox_lock_release(&segment.box->lock);
-    const int before = states.in_waits; // it waits for texts again, or is about to
-    algo_shm_write_wrap("[3,3,3]");     // a line that comes right after the wait for texts
-    ASSERT_TRUE(until([&] { return states.in_lines == 4 && states.in_waits > before; }));
-    EXPECT_EQ(states.wrong_lines, 0);
-    EXPECT_EQ(states.wrong_waits, 0);
-    EXPECT_GE(states.in_waits, 106);
-    naro_log_set_sink(nullptr, nullptr);
-    algo_shm_fini();
+    algo_shm_write_wrap(
+        "[1,1,1]"); // told once after the wait for texts, and five times after a wait for the motor
+    ASSERT_TRUE(log.wait_for(DROPPED));
+    EXPECT_EQ(told, 6);
+    EXPECT_EQ(wrong_between, 0);
+    EXPECT_EQ(wrong_waits, 0);
+    EXPECT_GE(waits_begun, 7);
+    EXPECT_EQ(algo_shm_fini(), 0);
 }
 
 TEST_F(AlgoShm, StopsWhileItWaitsForTheMotor)

@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <sys/prctl.h>
 
+#include "lock_watch.h"
+
 Segment segment;
 
 namespace
@@ -18,8 +20,9 @@ std::vector<std::string> calls;
 
 void called(const std::string &call)
 {
+    const std::string line = call + " in " + std::to_string(locks_held());
     std::lock_guard<std::mutex> guard(lock);
-    calls.push_back(call);
+    calls.push_back(line);
 }
 
 // Of the texts, and of nothing else that allocates.
@@ -41,6 +44,8 @@ int __real_pthread_join(pthread_t, void **);
 int __real_sem_init(sem_t *, int, unsigned);
 int __real_sem_destroy(sem_t *);
 int __real_sem_wait(sem_t *);
+int __real_sem_post(sem_t *);
+int __real_fflush(FILE *);
 int __real_prctl(int, ...);
 void *__real_calloc(size_t, size_t);
 
@@ -54,6 +59,7 @@ int __wrap_shmget(key_t key, size_t size, int flags)
 void *__wrap_shmat(int number, const void *wanted, int flags)
 {
     called(number == 77 && !wanted && flags == 0 ? "map" : "map, but wrongly");
+    __atomic_store_n(&segment.mapped, true, __ATOMIC_RELEASE);
     if (segment.map_to_null)
         return nullptr;
     errno = segment.map_error;
@@ -108,6 +114,19 @@ int __wrap_sem_wait(sem_t *semaphore)
     if (segment.on_wait)
         segment.on_wait();
     return __real_sem_wait(semaphore);
+}
+
+int __wrap_sem_post(sem_t *semaphore)
+{
+    called("post");
+    return __real_sem_post(semaphore);
+}
+
+int __wrap_fflush(FILE *stream)
+{
+    if (segment.on_told && stream == stdout)
+        segment.on_told();
+    return __real_fflush(stream);
 }
 
 int __wrap_prctl(int option, ...)
