@@ -9,9 +9,11 @@
 #include <string.h>
 #include <string>
 
+#include "algo_shbf.h"
 #include "fake_vardex.h"
 #include "kv_actions.h"
 #include "kv_client.h"
+#include "mid_hchd_fav_area.h"
 #include "naro_util.h"
 
 namespace
@@ -43,10 +45,17 @@ int people_region(int, int, int, int)
 {
     return 0;
 }
-int fav_area(int, int, int, int, const char *roi_name, const char *event_type)
+int broadcasts;
+// The real table behind it, and somebody who looks into it after each change.
+int fav_area(int x1, int y1, int x2, int y2, const char *roi_name, const char *event_type)
 {
     require(strlen(roi_name) < 32 && strlen(event_type) < 32);
-    return 0;
+    const int result = mid_hchd_fav_area_algo_update(x1, y1, x2, y2, roi_name, event_type);
+    require(result >= -1 && result <= 2);
+    broadcasts = 0;
+    mid_hchd_fav_area_algo_detect(x1, y1, x2, y2, event_type);
+    require(broadcasts <= fav_area_algo_NUM);
+    return result;
 }
 int alarm_light(int flag, const int *words)
 {
@@ -63,6 +72,14 @@ const kv_action_table kv_actions = {
     &face_detect, &human_detect, &baby_cry_detect,
 };
 
+int shbf_event_broadcast(int, const void *name, int length)
+{
+    require(length >= 2 && length <= FAV_AREA_TEXT_BYTES &&
+            strlen(static_cast<const char *>(name)) + 1 == static_cast<size_t>(length));
+    broadcasts++;
+    return 0;
+}
+
 int kv_sys_param_init(void *)
 {
     return 0;
@@ -71,7 +88,7 @@ int kv_sys_param_init(void *)
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     naro_log_set_sink([](void *, naro_log_level, const char *) {}, nullptr);
-    return 0;
+    return freopen("/dev/null", "w", stdout) ? 0 : 1; // what is printed
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -82,6 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                                    sync_cb_fullcolor, sync_cb_track_mode};
     if (size == 0)
         return 0;
+    mid_hchd_fav_area_algo_init(); // each input begins with the same table
     const std::string value(reinterpret_cast<const char *>(data + 1), size - 1);
     size_t which = *data % (KV_SETTINGS + std::size(config) + std::size(sync));
     FakeResponse response(which < KV_SETTINGS ? kv_settings[which].key : "any", value.c_str());

@@ -35,6 +35,7 @@ int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *)
 int __real_pthread_cancel(pthread_t);
 int __real_pthread_join(pthread_t, void **);
 int __real_sem_init(sem_t *, int, unsigned);
+int __real_sem_post(sem_t *);
 int __real_sem_wait(sem_t *);
 }
 
@@ -63,6 +64,7 @@ struct World {
     int copy = 0;     // of the mode, in the records
     Texts requests;
     bool whole_buffers = true;        // 64 bytes on the motor channel, zero behind the text
+    std::function<void()> on_post;    // on the thread that posts, right before it does
     std::function<void()> on_request; // on the tracker's thread, no lock held
 };
 World *world;
@@ -183,6 +185,13 @@ int __wrap_sem_init(sem_t *semaphore, int shared, unsigned value)
 {
     semaphores.push_back(std::to_string(shared) + " " + std::to_string(value));
     return __real_sem_init(semaphore, shared, value);
+}
+
+int __wrap_sem_post(sem_t *semaphore)
+{
+    if (world && world->on_post)
+        world->on_post();
+    return __real_sem_post(semaphore);
 }
 
 int __wrap_sem_wait(sem_t *semaphore)
@@ -594,6 +603,14 @@ TEST_F(MotionTrack, TheRectangleIsKeptWithExclusiveEnds)
         EXPECT_EQ(h, expected_h);
         EXPECT_EQ(v, expected_h != 0 ? 0 : expected_v);
     }
+}
+
+TEST_F(MotionTrack, TheRectangleIsThereBeforeItIsPosted)
+{
+    int h = -999, v;
+    w.on_post = [&] { motion_track_calcu_rotate_angle(&h, &v); };
+    motion_track_coordinate_config(290, 88, 20, 16);
+    EXPECT_EQ(h, 40);
 }
 
 TEST_F(MotionTrack, PlacesBeyond16BitsAreCutToThem)
