@@ -13,8 +13,8 @@ const double LATITUDE = 50; // degrees north, at an equinox: the sun rises at si
 const double DAYLIGHT_FACTOR = 0.015; // of a living room (BS 8206-2)
 const double STARLIGHT_LUX = 0.0006;  // outdoors, without a moon
 const double LAMP_LUX = 100;          // of a room's ceiling lamp
-const double INFRARED_OF_GLOWING =
-    3.5;                     // of a filament at 2700 K, beside a lux of it; halogen headlights likewise
+// Beside a lux of a filament at 2700 K (infrared.py). Headlights, which glow whiter, have at most as much.
+const double INFRARED_OF_GLOWING = 3.5;
 const double GRID_S = 20;    // between two moments of the sun
 const double EDGE_S = 0.001; // a lamp that is switched
 

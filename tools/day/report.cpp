@@ -198,13 +198,18 @@ json_object *map_json(const map_plane &plane)
     return object;
 }
 
-// Every two minutes.
+// The brightest moment of every two minutes, so that no headlight is lost.
 json_object *lux_json(const day_light &light)
 {
+    const double every_s = 120, look_s = 0.5;
     json_object *list = json_object_new_array();
     size_t from = 0;
-    for (double at = 0; at <= DAY_S; at += 120)
-        json_object_array_add(list, short_number(light_schedule_at(light.moments, at, &from).lux));
+    for (double at = 0; at < DAY_S; at += every_s) {
+        double brightest = 0;
+        for (double moment = at; moment < at + every_s; moment += look_s)
+            brightest = std::max(brightest, light_schedule_at(light.moments, moment, &from).lux);
+        json_object_array_add(list, short_number(brightest));
+    }
     return list;
 }
 
