@@ -18,7 +18,7 @@
 
 const int board_line_numbers[BOARD_LINES] = {45, 47, 78, 79};
 
-// ---- What hangs on the lines -----------------------------------------------------------------------------------------
+// ---- What hangs on the lines ------------------------------------------------------------------------------
 
 static bool is_coil(int line)
 {
@@ -72,7 +72,7 @@ const char *board_check(board_state *board, uint64_t now_ms)
     return nullptr;
 }
 
-// ---- The files -------------------------------------------------------------------------------------------------------
+// ---- The files --------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -171,8 +171,8 @@ void changed(void)
         state.on_change();
 }
 
-// Looks again when the pulse that began first will have taken too long: its line may stay high for ever, when whoever
-// drove it was killed.
+// Looks again when the pulse that began first will have taken too long: its line may stay high for ever, when
+// whoever drove it was killed.
 void watch_pulses(void)
 {
     uint64_t due_ms = UINT64_MAX;
@@ -206,8 +206,8 @@ void on_check(struct ev_loop *, ev_timer *, int)
 void follow_line(int line, const std::string &name, bool then_value)
 {
     unsigned value;
-    // As the kernel has it: a line that is made an output starts low. What was written into it since is a new level, and
-    // stays: a daemon may make it an output and begin a pulse before we have seen either.
+    // As the kernel has it: a line that is made an output starts low. What was written into it since is a new
+    // level, and stays: a daemon may make it an output and begin a pulse before we have seen either.
     if (name == "direction" && starts_with(line_folder(line) + "/direction", "out")) {
         set_line(line, false);
         if (!then_value && (!read_number(line_folder(line) + "/value", &value) || value != 0))

@@ -1,9 +1,9 @@
-// The camera's board: GPIO lines and PWM channels as the kernel would show them, as plain files under the root, and
-// what hangs on them: the filter's coil, the infrared LED, the white LED, the infrared lamp.
+// The camera's board: GPIO lines and PWM channels as the kernel would show them, as plain files under the
+// root, and what hangs on them: the filter's coil, the infrared LED, the white LED, the infrared lamp.
 //
-// The daemon writes the files; the board follows them by file notification, so that nothing needs a privilege and
-// nothing is polled. A file is written by truncating it and writing it, so that it can be seen empty for a moment:
-// that says nothing yet.
+// The daemon writes the files; the board follows them by file notification, so that nothing needs a privilege
+// and nothing is polled. A file is written by truncating it and writing it, so that it can be seen empty for
+// a moment: that says nothing yet.
 #ifndef BOARD_H
 #define BOARD_H
 
@@ -33,14 +33,15 @@ struct board_state {
 
 // A board after power-on: lines low, the filter on the day side.
 void board_init(board_state *board);
-// A line takes a level at a time (monotonic). Returns why that is a breach, or null. A line that has the level already
-// is left alone.
+// A line takes a level at a time (monotonic). Returns why that is a breach, or null. A line that has the
+// level already is left alone.
 const char *board_set_line(board_state *board, board_line line, bool high, uint64_t now_ms);
 // Looks for a pulse that takes too long. As board_set_line.
 const char *board_check(board_state *board, uint64_t now_ms);
 
-// Makes the files anew and follows them on `loop`; `on_change` is called after each change of the state (null: nobody
-// asks). Breaches are said. 0, or -1 after saying why. The root has been entered. Event loop only, as are all of these.
+// Makes the files anew and follows them on `loop`; `on_change` is called after each change of the state
+// (null: nobody asks). Breaches are said. 0, or -1 after saying why. The root has been entered. Event loop
+// only, as are all of these.
 int board_start(struct ev_loop *loop, void (*on_change)(void));
 const board_state *board_get(void);
 void board_stop(void);

@@ -14,16 +14,16 @@
 
 #include "naro_ipc_wire.h"
 
-// Makes a new connection in the place of the old one, which is closed. Waits without limit for a server
-// that listens: a failed attempt logs "[naro_ipc_server_connect]connect error, errno=%d\r\n" and is
-// repeated after 500 ms. 0, or -1 when no socket could be created ("socket error") or the teardown has
-// given up; the channel is then without a connection, until the next call. Before threads start, or lock held.
+// Makes a new connection in the place of the old one, which is closed. Waits without limit for a server that
+// listens: a failed attempt logs "[naro_ipc_server_connect]connect error, errno=%d\r\n" and is repeated after
+// 500 ms. 0, or -1 when no socket could be created ("socket error") or the teardown has given up; the channel
+// is then without a connection, until the next call. Before threads start, or lock held.
 int naro_ipc_server_connect(void);
 
-// From here on a connect tries once, and fails where no server listens, instead of waiting: 0. The first step of
-// the teardown, since threads that are to be joined may be inside a command that waits for a server that does
-// not come back; such a one fails within 500 ms. A server that is there is served as before, and one that does not
-// answer is waited for. There is no way back. Any thread, no lock.
+// From here on a connect tries once, and fails where no server listens, instead of waiting: 0. The first step
+// of the teardown, since threads that are to be joined may be inside a command that waits for a server that
+// does not come back; such a one fails within 500 ms. A server that is there is served as before, and one
+// that does not answer is waited for. There is no way back. Any thread, no lock.
 int naro_ipc_server_give_up(void);
 
 // Closes the connection: 0. What is sent afterwards, until the next connect, goes to the standard input: the

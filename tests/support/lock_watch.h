@@ -1,5 +1,5 @@
-// Which locks the calling thread holds, so that a fake can tell whether it is called inside or outside of one,
-// and a lock that is given back without having been taken shows.
+// Which locks the calling thread holds, so that a fake can tell whether it is called inside or outside of
+// one, and a lock that is given back without having been taken shows.
 //
 //   int naro_isp_wdr_enable(void)            // a fake
 //   {
@@ -36,8 +36,9 @@ inline bool lock_is_held(const pthread_mutex_t *mutex)
     return false;
 }
 
-// Called right before a lock is taken or given back, while nobody else may be between the two: the place to look
-// what has been done on which side of it, or to do what another thread might do there. It takes no lock itself.
+// Called right before a lock is taken or given back, while nobody else may be between the two: the place to
+// look what has been done on which side of it, or to do what another thread might do there. It takes no lock
+// itself.
 inline void (*lock_watch_look)(const pthread_mutex_t *mutex, bool taken) = nullptr;
 
 extern "C" inline __attribute__((used)) int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)

@@ -297,8 +297,8 @@ TEST_F(Gpio, DescriptorZeroIsAsGoodAsAnyOther)
 
 // ---- What only the kernel can answer ---------------------------------------------------------------------
 
-// Busy, refused, gone, broken: each at each call on each file. Whatever fails is said once, on one line of the
-// error level, is answered with -1, and is over with the next call.
+// Busy, refused, gone, broken: each at each call on each file. Whatever fails is said once, on one line of
+// the error level, is answered with -1, and is over with the next call.
 TEST_F(Gpio, EveryFaultOfEveryFileIsSaidOnceAndForgotten)
 {
     static char buffer[GPIO_DIRECTION_SIZE];

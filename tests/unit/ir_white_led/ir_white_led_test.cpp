@@ -586,6 +586,13 @@ TEST_F(Timer, ACameraMayRunForMonths)
     EXPECT_EQ(white(), "1");
     clock.advance_ms(1);
     EXPECT_EQ(white(), "0");
+    clock.advance_ms(31000);
+    led_task_set_white_led_on(); // and after
+    run_loop();
+    clock.advance_ms(29999);
+    EXPECT_EQ(white(), "1");
+    clock.advance_ms(1);
+    EXPECT_EQ(white(), "0");
 }
 
 TEST_F(Timer, AWakeUpThatComesAfterItsWishWasCarriedOutChangesNothing)
@@ -644,6 +651,7 @@ TEST_F(Timer, TheTimeIsReadUnderTheLock)
     };
     naro_clock_replace(&seam);
     led_task_set_white_led_on();
+    run_loop();
     led_task_set_timer(1);
     led_task_set_timer_stop();
     EXPECT_EQ(locks_held(), 0u);

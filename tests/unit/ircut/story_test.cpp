@@ -1,5 +1,5 @@
-// Every sequence of the controller from its first call to its last: what is read, said, waited for and moved, in
-// which order, what the state is meanwhile, and which locks are held.
+// Every sequence of the controller from its first call to its last: what is read, said, waited for and moved,
+// in which order, what the state is meanwhile, and which locks are held.
 #include "lock_watch.h"
 #include "world.h"
 
@@ -477,8 +477,8 @@ TEST_F(Story, OfAnAlarmThatIsDropped)
     EXPECT_EQ(ircut.alarm_flag, 0);
 }
 
-// While nobody serves it, in a mode that decides, the task holds still until somebody takes the request back, or
-// mode 6 drops it.
+// While nobody serves it, in a mode that decides, the task holds still until somebody takes the request back,
+// or mode 6 drops it.
 TEST_F(Story, OfAnAlarmThatNobodyServes)
 {
     const int words[3] = {0, 0, 1};
@@ -546,8 +546,8 @@ TEST_F(Story, OfTheBasicController)
 
 // ---- The wall clock --------------------------------------------------------------------------------------
 
-// Of all that the controller does, only the time that it publishes is the wall clock's: a step of an hour shows
-// there and nowhere else.
+// Of all that the controller does, only the time that it publishes is the wall clock's: a step of an hour
+// shows there and nowhere else.
 TEST_F(Story, StepsOfTheClockOnlyShowInTheStamp)
 {
     for (int64_t step_ms : {-3600000, 3600000}) {

@@ -23,8 +23,8 @@ int threads_named(const std::string &name)
     return count;
 }
 
-// Waits (at most 10 s) for that: a thread names itself when it first runs, and the kernel shows it for a moment
-// after its end.
+// Waits (at most 10 s) for that: a thread names itself when it first runs, and the kernel shows it for a
+// moment after its end.
 bool come_to(const std::string &name, int count)
 {
     for (int i = 0; i < 10000 && threads_named(name) != count; i++)
@@ -180,8 +180,8 @@ TEST_F(Threads, TheAlarmLightOfATaskThatIsStartedAgainDoesNotComeBack)
 
 TEST_F(Threads, AFixedModeAndAStepNeverOverlap)
 {
-    // The task is in the middle of its way to night when fixed day is asked for: whatever the step did is undone
-    // by the sequence, which comes after it.
+    // The task is in the middle of its way to night when fixed day is asked for: whatever the step did is
+    // undone by the sequence, which comes after it.
     start(3);
     world.dark();
     for (int i = 0; i < 9; i++)

@@ -8,10 +8,10 @@
 //   ircut_task_round(&task);
 //   EXPECT_EQ(world.journal(), (Journal{"stamp 1700000000000", "isp 1", "sleep 200", ...}));
 //
-// The journal: "isp N" (a running mode is set), "sw N" (filter), "pwm N" (infrared duty; "at level L" where the level is another), "led GPIO N", "timer
-// stop", "stamp MS", "event CHANNEL TEXT LENGTH", "sleep MS", "drv_init", "drv_exit", "pwm_init", "pwm_exit",
-// "thread NAME", "join", "detach"; what only reads is not in it, nor are log lines, but for those who ask for
-// the whole `story`. Threads are not really created unless
+// The journal: "isp N" (a running mode is set), "sw N" (filter), "pwm N" (infrared duty; "at level L" where
+// the level is another), "led GPIO N", "timer stop", "stamp MS", "event CHANNEL TEXT LENGTH", "sleep MS",
+// "drv_init", "drv_exit", "pwm_init", "pwm_exit", "thread NAME", "join", "detach"; what only reads is not in
+// it, nor are log lines, but for those who ask for the whole `story`. Threads are not really created unless
 // `real_threads` says so. Log lines are in `log`, with source lines ("[name 12]", "[name:12]") as N.
 #ifndef NARO_TESTS_IRCUT_WORLD_H
 #define NARO_TESTS_IRCUT_WORLD_H
@@ -52,9 +52,9 @@ class World
     // The log lines since the last time.
     Lines lines();
     void note(const std::string &line);
-    // From here on the journal has everything in its order: also "mode?", "ev?" and "wb?" for what is read from
-    // the processor, "led 47?" and "lit?" for the white LED's line and its timer, log lines as "says TEXT" or
-    // "complains TEXT", and the level with each "sw". `log` stays empty.
+    // From here on the journal has everything in its order: also "mode?", "ev?" and "wb?" for what is read
+    // from the processor, "led 47?" and "lit?" for the white LED's line and its timer, log lines as "says
+    // TEXT" or "complains TEXT", and the level with each "sw". `log` stays empty.
     void story();
     // Called with each line of the journal before it is written down, by whoever does what it tells.
     std::function<void(const std::string &)> on_note;

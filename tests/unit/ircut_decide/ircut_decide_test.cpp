@@ -9,8 +9,8 @@
 namespace
 {
 
-// One condition: a sample on its very bounds, which holds; and each bound passed by one, alone, which does not.
-// The samples are such that no other condition of the same decision holds.
+// One condition: a sample on its very bounds, which holds; and each bound passed by one, alone, which does
+// not. The samples are such that no other condition of the same decision holds.
 struct Bound {
     const char *name;
     void (*pass)(ircut_sample *sample);

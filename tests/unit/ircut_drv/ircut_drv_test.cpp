@@ -79,7 +79,8 @@ TEST(Table, IsFilledAndSaysSoEveryTime)
     EXPECT_EQ(table.ctrl_task, mstar_ircut_ctrl_smart);
 }
 
-// For the thread sanitizer: a start that finds the module running fills the table while others call through it.
+// For the thread sanitizer: a start that finds the module running fills the table while others call through
+// it.
 TEST(Table, IsFilledWhileOthersReadIt)
 {
     LogCapture log;

@@ -1,8 +1,9 @@
-// The orderly end of the whole daemon: its real modules run in this process on the test's main thread, a media
-// server answers from another, and the loop-break wake-up ends it all, with status 0 and within a second.
+// The orderly end of the whole daemon: its real modules run in this process on the test's main thread, a
+// media server answers from another, and the loop-break wake-up ends it all, with status 0 and within a
+// second.
 //
-// The thread that asks for sounds outlives all of it, and here asks a thousand times a second: wherever the teardown is,
-// it is in the midst of a question.
+// The thread that asks for sounds outlives all of it, and here asks a thousand times a second: wherever the
+// teardown is, it is in the midst of a question.
 #include <atomic>
 #include <chrono>
 #include <ev.h>
@@ -229,8 +230,8 @@ class LoopBreak : public testing::Test
     {
         EXPECT_EQ(status, 0);
         EXPECT_LT(took_s, 1.);
-        // There is no board here: two LEDs, each asked for, read and set. And one setting is deliberately given up in
-        // another layer than it was followed in.
+        // There is no board here: two LEDs, each asked for, read and set. And one setting is deliberately
+        // given up in another layer than it was followed in.
         std::vector<std::string> errors(6, "fail to device!\n");
         errors.push_back("[kv_client_exit]send notify unreg fail[people_sensitivity unreg].\n");
         EXPECT_EQ(errors_until_the_end(), errors);
@@ -297,7 +298,8 @@ TEST_F(LoopBreak, WhileFramesAreAnalysed)
     EXPECT_GT(tracked, 0) << "detection was at work";
 }
 
-// Sounds are told before, while and after the loop ends; then the connection is gone, and every question fails.
+// Sounds are told before, while and after the loop ends; then the connection is gone, and every question
+// fails.
 TEST_F(LoopBreak, SoundsAreAskedForOnAndOn)
 {
     const char told[] = "**** test>>>>>>naro_algo,loud sound detect yes\n";
@@ -311,8 +313,8 @@ TEST_F(LoopBreak, SoundsAreAskedForOnAndOn)
     ASSERT_TRUE(log.wait_for(failed, log.count(failed) + 20));
 }
 
-// Whoever has a command under way waits for the media server, with the channel's lock; all the others wait for that
-// lock. The teardown joins them all the same.
+// Whoever has a command under way waits for the media server, with the channel's lock; all the others wait
+// for that lock. The teardown joins them all the same.
 TEST_F(LoopBreak, WhileTheMediaServerIsAwayForGood)
 {
     std::thread waker;
