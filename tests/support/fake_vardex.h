@@ -49,12 +49,13 @@ struct FakeVardex {
     uint8_t refusal = 0;          // with this result
     bool fail_unregister = false; // all of them are
     uint8_t set_result = 1;
-    int fd = -1;                               // what libvardex_client_fd gives
-    std::map<std::string, std::string> stored; // "nvram default wdr": "on"
-    std::function<uint8_t()> on_response;      // inside libvardex_xhandle_response
-    std::function<void()> on_client_fd;        // inside libvardex_client_fd
-    std::function<void()> on_timeout;          // inside libvardex_timeout_process
-    std::function<void()> on_set;              // inside libvardex_set_value
+    int fd = -1;                                      // what libvardex_client_fd gives
+    std::map<std::string, std::string> stored;        // "nvram default wdr": "on"
+    std::function<uint8_t()> on_response;             // inside libvardex_xhandle_response
+    std::function<void()> on_client_fd;               // inside libvardex_client_fd
+    std::function<void()> on_timeout;                 // inside libvardex_timeout_process
+    std::function<void()> on_set;                     // inside libvardex_set_value
+    std::function<void(const std::string &)> on_call; // inside each call, with what is written down of it
 
     // What was done
     std::map<std::string, Registration> registered; // by key
@@ -74,6 +75,8 @@ struct FakeVardex {
 
     void note(const std::string &call)
     {
+        if (on_call)
+            on_call(call);
         std::lock_guard<std::mutex> guard(mutex);
         journal.push_back(call);
         changed.notify_all();

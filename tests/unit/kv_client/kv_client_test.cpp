@@ -315,6 +315,49 @@ TEST_P(KvClientRefusal, GivesUpWhatIsListedAndFails)
 
 INSTANTIATE_TEST_SUITE_P(, KvClientRefusal, testing::Range(1, 17));
 
+// How many lines had been logged when each subscription was given up, and at the close.
+class KvClientLines : public KvClient
+{
+  protected:
+    KvClientLines()
+    {
+        fake.on_call = [this](const std::string &call) {
+            if (call.compare(0, 11, "unregister ") == 0 || call == "close")
+                lines_before.push_back(log.lines().size());
+        };
+    }
+    ~KvClientLines() override { fake.on_call = nullptr; }
+    std::vector<size_t> lines_before;
+};
+
+TEST_F(KvClientLines, ARefusalIsToldBeforeTheOthersAreGivenUp)
+{
+    fake.fail_register = "full_color";
+    kv_client_init();
+    EXPECT_THAT(lines_before, ElementsAre(1, 1, 2));
+}
+
+TEST_F(KvClientLines, AMissingThreadIsToldBeforeTheOthersAreGivenUp)
+{
+    world.create_refused = true;
+    kv_client_init();
+    world.create_refused = false;
+    std::vector<size_t> wanted(13, 1);
+    wanted.push_back(2);
+    EXPECT_THAT(lines_before, ElementsAreArray(wanted));
+}
+
+TEST_F(KvClientLines, EachRefusalAtTheEndIsToldBeforeTheNextIsGivenUp)
+{
+    start();
+    fake.fail_unregister = true;
+    kv_client_exit();
+    std::vector<size_t> wanted;
+    for (size_t n = 0; n <= 16; n++)
+        wanted.push_back(n);
+    EXPECT_THAT(lines_before, ElementsAreArray(wanted));
+}
+
 TEST_F(KvClient, OnlyOneIsSuccess)
 {
     fake.fail_register = "wdr";
@@ -661,6 +704,27 @@ TEST_F(KvClient, HandleStaysUntilTheLastWriterIsOut)
 }
 
 // ---- Values -----------------------------------------------------------------------------------------------
+
+TEST_F(KvClient, WritersDoNotWaitForEachOther)
+{
+    std::promise<void> inside, go_on;
+    std::atomic<int> sets{0};
+    fake.on_set = [&] {
+        if (sets++ == 0) {
+            inside.set_value();
+            go_on.get_future().wait();
+        }
+    };
+    start();
+    std::thread slow([] { EXPECT_EQ(kv_client_set_kv("mem", 0, "slow", "y"), 0); });
+    inside.get_future().wait();
+    for (int n = 0; n < 2; n++)
+        EXPECT_EQ(kv_client_set_kv("mem", 0, "quick", "y"), 0);
+    EXPECT_EQ(fake.calls("set"), (Calls{"set mem slow", "set mem quick", "set mem quick"}));
+    go_on.set_value();
+    slow.join();
+    EXPECT_EQ(kv_client_set_kv("mem", 0, "quick", "y"), 0);
+}
 
 TEST_F(KvClient, SetBeforeInit)
 {
