@@ -51,8 +51,9 @@ struct {
     unsigned lost;             // texts since the mailbox's lock is not to be had
 } shm;
 
-// A camera whose motor cannot be reached is of no use. _exit, because other threads are alive: exit would take
-// down beneath them what they use. Standard output is line buffered, so no line is lost.
+// A daemon that cannot reach the motor is to be started anew by whoever watches over it. _exit, because other
+// threads are alive: exit would take down beneath them what they use. Standard output is line buffered, so no
+// line is lost.
 [[noreturn]] void end_the_daemon(const char *message)
 {
     perror(message);

@@ -9,8 +9,7 @@
 
 // Starts the thread. 0; -1 when it runs already, which is logged; the negative errno of a thread that could
 // not be created, logged too. The segment is made and attached by the thread; where that fails the process
-// ends with status 1, since a camera whose motor cannot be reached is to be started anew. Any thread but the
-// writer's.
+// ends with status 1, to be started anew by whoever watches over it. Any thread but the writer's.
 int algo_shm_init(void);
 
 // Stops the thread, within its current step, and detaches the segment, which stays for the motor's process.
@@ -19,10 +18,11 @@ int algo_shm_init(void);
 // cannot be detached. Any thread but the writer's.
 int algo_shm_fini(void);
 
-// Queues a copy of `text`, at most 31 characters and a terminating zero. 0; -1 with an error line, and nothing
-// queued, when the text is longer (no part of it is sent) or null, when 1024 texts wait already, or without
-// memory. While the thread does not run the text is dropped and counts as done, 0, as on a channel that is not
-// served; the first such text says so. Any thread, at any time; never waits for the other process.
+// Queues a copy of `text`, at most 31 characters and a terminating zero. 0; -1 with an error line, and
+// nothing queued, when the text is longer (no part of it is sent) or null, when 1024 texts wait already, or
+// without memory. While the thread does not run the text is dropped and counts as done, 0, as on a channel
+// that is not served; the first such text says so. Any thread, at any time; never waits for the other
+// process.
 int algo_shm_write_wrap(const char *text);
 
 #endif

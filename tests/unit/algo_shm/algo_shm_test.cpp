@@ -1,5 +1,5 @@
-// The way of a text to the motor: the queue, the writer's patience, start and stop, and peers that misbehave. The
-// motor's process is the test itself, which holds the segment.
+// The way of a text to the motor: the queue, the writer's patience, start and stop, and peers that misbehave.
+// The motor's process is the test itself, which holds the segment.
 #include "algo_shm_internal.h"
 
 #include <atomic>
@@ -337,7 +337,8 @@ TEST_F(AlgoShm, TextsThatComeWhileItStopsAreDropped)
 
 // ---- Ends of the process ---------------------------------------------------------------------------------
 
-// Another process, because it is to end; with an exit handler, which must not run beneath threads that are alive.
+// Another process, because it is to end; with an exit handler, which must not run beneath threads that are
+// alive.
 template <typename Piece> ChildResult ends(Piece piece)
 {
     return in_child([&] {

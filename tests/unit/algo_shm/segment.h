@@ -1,4 +1,5 @@
-// The segment, and the calls around threads and memory, in the hands of the test. Works by the linker's --wrap.
+// The segment, and the calls around threads and memory, in the hands of the test. Works by the linker's
+// --wrap.
 #ifndef ALGO_SHM_SEGMENT_H
 #define ALGO_SHM_SEGMENT_H
 
@@ -30,9 +31,9 @@ struct Segment {
 };
 extern Segment segment;
 
-// The calls that matter for start, stop and texts, in order, each with the number of locks that its thread holds:
-// "get KEY SIZE FLAGS in 0", "map in 0", "unmap in 1", "init SHARED VALUE in 2", "cancel in 1", "join in 1", "destroy in 2",
-// "name NAME in 0", "post in 1".
+// The calls that matter for start, stop and texts, in order, each with the number of locks that its thread
+// holds: "get KEY SIZE FLAGS in 0", "map in 0", "unmap in 1", "init SHARED VALUE in 2", "cancel in 1",
+// "join in 1", "destroy in 2", "name NAME in 0", "post in 1".
 std::vector<std::string> segment_calls(void);
 
 #endif
