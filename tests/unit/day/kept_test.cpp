@@ -84,7 +84,9 @@ TEST_P(Kept, IsReproduced)
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Kept,
-                         testing::Values(Row{"clear", 3, 0.05}, Row{"clear", 3, 0.95}, Row{"clear", 4, 0.05}, Row{"clouds", 3, 0.4}, Row{"headlights", 4, 0.4}, Row{"traffic", 3, 0.4}, Row{"visitors", 5, 0.4});
+                         testing::Values(Row{"clear", 3, 0.05}, Row{"clear", 3, 0.95}, Row{"clear", 4, 0.05},
+                                         Row{"clouds", 3, 0.4}, Row{"headlights", 4, 0.4},
+                                         Row{"traffic", 3, 0.4}, Row{"visitors", 5, 0.4}));
 
 // Morning and evening, and nothing else: a switch more on the clear day is a defect, wherever it comes from.
 class ClearDay : public testing::TestWithParam<int>
