@@ -177,6 +177,24 @@ TEST_F(Story, AModeIsKeptUnderTheLock)
     EXPECT_EQ(after, 4);
 }
 
+TEST_F(Story, TheFullColourSettingIsKeptAndReadUnderItsLock)
+{
+    static int before, after;
+    lock_watch_look = [](const pthread_mutex_t *mutex, bool taken) {
+        if (mutex == &ircut.full_color_lock)
+            (taken ? before : after) = ircut.full_color;
+    };
+    fullcolor_mode_config(0);
+    EXPECT_EQ(before, 1);
+    EXPECT_EQ(after, 0);
+    lock_watch_look = [](const pthread_mutex_t *mutex, bool taken) {
+        if (mutex == &ircut.full_color_lock)
+            ircut.full_color = taken ? 1 : 0; // another thread's, right before and right after
+    };
+    EXPECT_EQ(fullcolor_mode_get(), 1);
+    lock_watch_look = nullptr;
+}
+
 TEST_F(Story, AFixedModeIsThereBeforeTheTaskMayLook)
 {
     static int seen;
