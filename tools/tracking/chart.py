@@ -66,7 +66,7 @@ def traces(runs):
     return drawing.svg()
 
 
-MEASURES = (("time", "s until the target is within 10°, median", lambda f: f["time"] / 1000),
+MEASURES = (("time", "s to within 10°, median", lambda f: f["time"] / 1000),
             ("in zone", "% of the time within 10°", lambda f: 100 * f["in zone"]),
             ("degrees", "degrees turned a minute", lambda f: f["degrees"]))
 

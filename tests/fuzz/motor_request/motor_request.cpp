@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     // As much room as the mailbox has and no byte more, so that a sanitizer sees what reads on.
     char *text = static_cast<char *>(malloc(MOTOR_MAILBOX_TEXT_BYTES));
     memset(text, 0, MOTOR_MAILBOX_TEXT_BYTES);
-    memcpy(text, bytes, std::min<size_t>(size, MOTOR_MAILBOX_TEXT_BYTES));
+    std::copy_n(bytes, std::min<size_t>(size, MOTOR_MAILBOX_TEXT_BYTES), text);
     motor_request request;
     const bool good = motor_request_parse(text, MOTOR_MAILBOX_TEXT_BYTES, &request);
     if (good) {

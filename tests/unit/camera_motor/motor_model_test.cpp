@@ -74,6 +74,42 @@ TEST(MotorParameters, EachIsSetByItsKeyAndNoOther)
     EXPECT_TRUE(isnan(motor_parameter_get(&usual, "speed")));
 }
 
+TEST(MotorParameters, HaveBounds)
+{
+    const struct {
+        const char *key;
+        double least, most;
+    } bounds[] = {
+        {"pan_speed", 1, 1000},
+        {"tilt_speed", 1, 1000},
+        {"pan_acceleration", 1, 100000},
+        {"tilt_acceleration", 1, 100000},
+        {"pan_low", -360, 175},
+        {"pan_high", -175, 360},
+        {"tilt_low", -90, 30},
+        {"tilt_high", -90, 90},
+        {"pan_backlash", 0, 10},
+        {"tilt_backlash", 0, 10},
+        {"step", 0.001, 10},
+        {"latency_ms", 0, 10000},
+        {"settle_ms", 0, 10000},
+    };
+    ASSERT_EQ(sizeof bounds / sizeof *bounds, motor_keys().size());
+    for (const auto &row : bounds) {
+        const auto set = [&row](double value) {
+            motor_parameters p = motor_parameters_usual();
+            std::string error;
+            char text[64];
+            snprintf(text, sizeof text, "%s=%.9g", row.key, value);
+            return motor_parameter_set(&p, text, &error);
+        };
+        EXPECT_EQ(set(row.least), 0) << row.key;
+        EXPECT_EQ(set(row.most), 0) << row.key;
+        EXPECT_EQ(set(row.least - 1e-4), -1) << row.key;
+        EXPECT_EQ(set(row.most + 1e-3), -1) << row.key;
+    }
+}
+
 struct Bad {
     const char *text, *why;
 };
@@ -90,6 +126,7 @@ TEST(MotorParameters, WhatIsWrongIsSaidAndChangesNothing)
         {"pan_speed=nan", "pan_speed is a number from 1 to 1000"},
         {"pan_speed=1e999", "pan_speed is a number from 1 to 1000"},
         {"tilt_acceleration=0.5", "tilt_acceleration is a number from 1 to 100000"},
+        {"pan_backlash=", "pan_backlash is a number from 0 to 10"},
         {"pan_backlash=10.1", "pan_backlash is a number from 0 to 10"},
         {"step=0.0009", "step is a number from 0.001 to 10"},
         {"latency_ms=-1", "latency_ms is a number from 0 to 10000"},
@@ -134,6 +171,7 @@ TEST(MotorMove, GoesUpToSpeedAlongAndDownAgain)
     EXPECT_NEAR(pan_at(p, move, latency + 700), 22.5, 0.051) << "50 degrees a second";
     EXPECT_NEAR(pan_at(p, move, latency + 1000), 37.5, 0.051);
     EXPECT_NEAR(pan_at(p, move, latency + 1400), 49.5, 0.051);
+    EXPECT_NEAR(pan_at(p, move, latency + 1499), 49.9, 1e-9) << "the last step is still to come";
     EXPECT_NEAR(pan_at(p, move, latency + 1500), 50, 1e-9);
     EXPECT_NEAR(pan_at(p, move, 1e9), 50, 1e-9);
     EXPECT_EQ(pan_at(p, move, -5), 0);
