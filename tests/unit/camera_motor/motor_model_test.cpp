@@ -268,12 +268,14 @@ TEST(MotorMove, FromBeyondAnEndItOnlyComesBack)
     const motor_state beyond = at_rest(1200, 0);
     EXPECT_EQ(motor_plan(&p, &beyond, 5, 0).to[MOTOR_PAN], 1200)
         << "a request to the right turns nothing left";
+    EXPECT_EQ(motor_plan(&p, &beyond, 1, 0).to[MOTOR_PAN], 1200);
     EXPECT_EQ(motor_plan(&p, &beyond, -5, 0).to[MOTOR_PAN], 900);
     EXPECT_EQ(motor_plan(&p, &beyond, -40, 0).to[MOTOR_PAN], 800);
     EXPECT_EQ(motor_plan(&p, &beyond, 0, 5).to[MOTOR_PAN], 1200) << "another axis was asked";
     p.low[MOTOR_PAN] = -90;
     const motor_state below = at_rest(-1200, 0);
     EXPECT_EQ(motor_plan(&p, &below, -5, 0).to[MOTOR_PAN], -1200);
+    EXPECT_EQ(motor_plan(&p, &below, -1, 0).to[MOTOR_PAN], -1200);
     EXPECT_EQ(motor_plan(&p, &below, 5, 0).to[MOTOR_PAN], -900);
 }
 

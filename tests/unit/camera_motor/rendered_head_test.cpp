@@ -1,8 +1,7 @@
-// Pictures of a scene from where the camera's head is, and the source that draws them when they are asked for.
-#include <atomic>
-#include <condition_variable>
+// Pictures of a scene from where the camera's head is.
+#include "rendered.h"
+
 #include <gtest/gtest.h>
-#include <mutex>
 #include <string.h>
 #include <string>
 #include <vector>
@@ -14,18 +13,23 @@ extern "C" {
 #include "event_channels.h"
 #include "isolate.h"
 #include "log_capture.h"
-#include "rendered.h"
-#include "source.h"
+#include "render.h"
 
 namespace
 {
+
+// Before any thread.
+const bool prepared = [] {
+    render_prepare();
+    return true;
+}();
 
 const char scene[] = "empty-day"; // looks 12 degrees down from the shelf
 const char turning_scene[] = "view-turns-person";
 
 struct {
-    std::atomic<bool> there{false};
-    std::atomic<float> pan{0}, tilt{0}, pan_speed{0};
+    bool there = false;
+    float pan = 0, tilt = 0, pan_speed = 0;
 } head;
 
 bool head_at(double before_s, float *pan, float *tilt)
@@ -123,88 +127,6 @@ TEST_F(RenderedHead, ATurningOneSmearsThePicture)
     turn_to(20, 0, 200);
     take(3, &turning);
     EXPECT_LT(sharpness(turning), 0.95 * sharpness(still));
-}
-
-// ---- The source ----------------------------------------------------------------------------------------------
-
-struct SourceHead : testing::Test {
-    static void wake(void *context)
-    {
-        SourceHead *self = static_cast<SourceHead *>(context);
-        std::lock_guard<std::mutex> guard(self->mutex);
-        self->wakes++;
-        self->woken.notify_all();
-    }
-    SourceHead()
-    {
-        source_settings settings = {};
-        settings.url = "scene:empty-day";
-        settings.head = head_at;
-        settings.wake = wake;
-        settings.context = this;
-        EXPECT_EQ(source_start(&settings), 0);
-    }
-    ~SourceHead() override { source_stop(); }
-    // The truth of the picture shown at that time; its number is -1 at the end.
-    truth_moment take(uint64_t at_ms)
-    {
-        for (;;) {
-            int before;
-            {
-                std::lock_guard<std::mutex> guard(mutex);
-                before = wakes;
-            }
-            source_picture picture = {};
-            const enum source_result result = source_take(at_ms, &picture);
-            if (result == SOURCE_PICTURE) {
-                const truth_moment truth = rendered_extra_of(picture.frame)->truth;
-                EXPECT_EQ(picture.time_ms, truth.number * RENDERED_STEP_MS);
-                av_frame_free(&picture.frame);
-                return truth;
-            }
-            truth_moment nothing = {};
-            nothing.number = UINT64_MAX;
-            if (result != SOURCE_WAIT)
-                return nothing;
-            std::unique_lock<std::mutex> guard(mutex);
-            if (!woken.wait_for(guard, std::chrono::seconds(20), [&] { return wakes > before; })) {
-                ADD_FAILURE() << "nobody woke the one who waits for " << at_ms;
-                return nothing;
-            }
-        }
-    }
-    std::mutex mutex;
-    std::condition_variable woken;
-    int wakes = 0;
-};
-
-TEST_F(SourceHead, APictureIsDrawnWhenItIsAskedForAndNotAhead)
-{
-    EXPECT_EQ(take(0).pan, 0);
-    turn_to(10, 0);
-    EXPECT_EQ(take(199).number, 0u) << "it is shown until the next is due";
-    EXPECT_EQ(take(199).pan, 0);
-    const truth_moment next = take(200);
-    EXPECT_EQ(next.number, 1u);
-    EXPECT_FLOAT_EQ(next.pan, 10);
-    turn_to(25, 0);
-    const truth_moment later = take(1050);
-    EXPECT_EQ(later.number, 5u) << "what nobody asked for is not drawn";
-    EXPECT_FLOAT_EQ(later.pan, 25);
-    turn_to(26, 0);
-    EXPECT_FLOAT_EQ(take(1200).pan, 26);
-}
-
-TEST_F(SourceHead, ItEndsWithTheScene)
-{
-    EXPECT_EQ(take(29900).number, 149u); // "empty-day" is 30 s long
-    EXPECT_EQ(take(30000).number, UINT64_MAX);
-}
-
-TEST_F(SourceHead, ThatIsNotAskedForMoreStops)
-{
-    EXPECT_EQ(take(0).number, 0u);
-    source_stop(); // while its thread waits to be asked
 }
 
 } // namespace
