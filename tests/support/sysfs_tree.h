@@ -14,6 +14,7 @@
 #ifndef NARO_TESTS_SYSFS_TREE_H
 #define NARO_TESTS_SYSFS_TREE_H
 
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -100,6 +101,12 @@ class SysfsTree
                 result.push_back(call.substr(6));
         return result;
     }
+    // How each file that was written to was open.
+    std::map<std::string, std::string> access() const
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        return opened;
+    }
     void clear()
     {
         std::lock_guard<std::mutex> guard(mutex);
@@ -120,6 +127,11 @@ class SysfsTree
         std::string line(target, got > 0 ? static_cast<size_t>(got) : 0);
         if (line.compare(0, prefix.size(), prefix) == 0)
             line.erase(0, prefix.size());
+        const int access = fcntl(fd, F_GETFL) & O_ACCMODE;
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            opened[line] = access == O_RDWR ? "read-write" : "write-only";
+        }
         line = "write " + line + " ";
         for (size_t i = 0; i < length; i++) {
             const char c = static_cast<const char *>(buffer)[i];
@@ -146,6 +158,7 @@ class SysfsTree
 
     mutable std::mutex mutex; // protects everything below
     std::map<std::pair<std::string, std::string>, int> faults;
+    std::map<std::string, std::string> opened;
     Calls record;
 };
 

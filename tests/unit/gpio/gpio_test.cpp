@@ -129,6 +129,7 @@ TEST_F(Gpio, GetDirect)
     sysfs.set("gpio/gpio45/direction", "");
     EXPECT_EQ(GPIO_get_direct(45, buffer), 0);
     EXPECT_STREQ(buffer, "") << "nothing is an answer, too";
+    EXPECT_EQ(log.texts(NARO_LOG_ERR), std::vector<std::string>{});
 }
 
 TEST_F(Gpio, GetDirectFails)
@@ -281,6 +282,16 @@ TEST_F(Gpio, NoDescriptorIsLeftOpen)
             sysfs.fail(call, path, 0);
         }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(Gpio, FilesAreOpenForWhatIsDoneWithThem)
+{
+    GPIO_request(47);
+    GPIO_set_direct(47, "out");
+    GPIO_cancel(47);
+    EXPECT_EQ(sysfs.access(), (std::map<std::string, std::string>{{"gpio/export", "write-only"},
+                                                                  {"gpio/unexport", "write-only"},
+                                                                  {"gpio/gpio47/direction", "write-only"}}));
 }
 
 TEST_F(Gpio, DescriptorZeroIsAsGoodAsAnyOther)

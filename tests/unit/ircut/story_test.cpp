@@ -231,6 +231,12 @@ TEST_F(Story, ASampleIsOfItsOwnRound)
     round();
     EXPECT_EQ(task.sample.gain_sum, 0);
     world.measure(7, 8, 9, 10, -2048, -4096);
+    world.isp_mode = 1;
+    world.on_note = [&](const std::string &line) {
+        if (line == "ev?") {
+            EXPECT_EQ(ircut.isp_mode_snapshot, 1u);
+        }
+    };
     round();
     EXPECT_EQ(task.sample.ev, 7u);
     EXPECT_EQ(task.sample.again, 10u);

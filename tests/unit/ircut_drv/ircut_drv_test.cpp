@@ -325,6 +325,33 @@ TEST_F(Drivers, APulseDoesNotMoveWithTheWallClock)
     }
 }
 
+// The kernel's files may be read by nobody, or written by nobody but their owner: what is asked for counts.
+TEST_F(Drivers, FilesAreOpenForWhatIsDoneWithThem)
+{
+    OutputCapture err(STDERR_FILENO);
+    _mstar_ircut_drv_init();
+    _mstar_ircut_drv_sw(1);
+    _mstar_pwm_drv_init();
+    _mstar_pwm_duty("30");
+    _mstar_pwm_drv_exit();
+    _mstar_ircut_drv_exit();
+    EXPECT_EQ(sysfs.access(), (std::map<std::string, std::string>{
+                                  {"gpio/export", "write-only"},
+                                  {"gpio/unexport", "write-only"},
+                                  {"gpio/gpio78/direction", "read-write"},
+                                  {"gpio/gpio79/direction", "read-write"},
+                                  {"gpio/gpio78/value", "read-write"},
+                                  {"gpio/gpio79/value", "read-write"},
+                                  {"pwm/pwmchip0/export", "write-only"},
+                                  {"pwm/pwmchip0/unexport", "write-only"},
+                                  {"pwm/pwmchip0/pwm4/period", "read-write"},
+                                  {"pwm/pwmchip0/pwm6/period", "read-write"},
+                                  {"pwm/pwmchip0/pwm4/enable", "read-write"},
+                                  {"pwm/pwmchip0/pwm6/enable", "read-write"},
+                                  {"pwm/pwmchip0/pwm4/duty_cycle", "write-only"},
+                              }));
+}
+
 TEST_F(Drivers, DescriptorZeroIsAsGoodAsAnyOther)
 {
     OutputCapture err(STDERR_FILENO);
