@@ -189,7 +189,8 @@ int motion_record_init(void)
     }
     motion_record_context *context = new (memory) motion_record_context{{1}, 0};
     if (!state.ready_made)
-        state.ready_made = sem_init(&state.ready, 0, 0) == 0;
+        sem_init(&state.ready, 0, 0);
+    state.ready_made = true;
     state.last_time_s[MOTION_RECORD_OBJECT] = state.last_time_s[MOTION_RECORD_PEOPLE] = 0;
     if (pthread_create(&state.writer, nullptr, motion_record_thread, context) != 0) {
         log_err("[%s] the writer thread could not be created\n", __func__);

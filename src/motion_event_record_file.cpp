@@ -34,6 +34,15 @@ void put_back(int fd, const char *path, off_t length)
         log_err("[%s] %s ends in a piece: %m\n", __func__, path);
 }
 
+bool folder_opens()
+{
+    const int fd = naro_open(MOTION_RECORD_ROOT, O_RDONLY | O_DIRECTORY, 0);
+    if (fd < 0)
+        return false;
+    close(fd);
+    return true;
+}
+
 int open_to_append(const char *path)
 {
     return naro_open(path, O_RDWR | O_CREAT | O_APPEND, 0666);
@@ -93,7 +102,7 @@ int motion_record_event_write(motion_record_event record)
 {
     char folder[MOTION_RECORD_PATH_BYTES];
     char path[MOTION_RECORD_PATH_BYTES];
-    if (motion_record_get_dir(folder, sizeof folder, record.time) <= 0 ||
+    if (motion_record_get_dir(folder, sizeof folder, record.time) < 0 ||
         snprintf(path, sizeof path, "%s/" MOTION_RECORD_FILE, folder) >= static_cast<int>(sizeof path)) {
         log_err("motion_record_get_dir err\n");
         return -1;
@@ -125,20 +134,15 @@ int motion_record_event_write(motion_record_event record)
 
 int motion_record_check_folder(void)
 {
-    for (int tries = 0; tries < 2; tries++) {
-        const int fd = naro_open(MOTION_RECORD_ROOT, O_RDONLY | O_DIRECTORY, 0);
-        if (fd >= 0) {
-            close(fd);
-            return 0;
-        }
-        if (errno != ENOENT) {
-            log_err("Fail to open the record folder:%m");
-            return -1;
-        }
+    bool there = folder_opens();
+    if (!there && errno == ENOENT) {
         if (naro_mkdir(MOTION_RECORD_ROOT, 0755) != 0) {
             log_err("The record folder is not exists and it can not be created! %m");
             return -1;
         }
+        there = folder_opens();
     }
-    return -1; // made, and gone again: the card is being pulled
+    if (!there)
+        log_err("Fail to open the record folder:%m");
+    return there ? 0 : -1;
 }

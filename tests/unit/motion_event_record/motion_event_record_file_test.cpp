@@ -51,6 +51,14 @@ class RecordFile : public testing::Test
     {
         return motion_record_event_write({time, 0, 0, value, {0, 0, 0, 0}});
     }
+    // The first second of a year.
+    static int64_t year(int number)
+    {
+        struct tm calendar = {};
+        calendar.tm_year = number - 1900;
+        calendar.tm_mday = 1;
+        return timegm(&calendar);
+    }
     // The bytes of what write(time, value) writes.
     static string bytes(int64_t time, uint64_t value = 0)
     {
@@ -115,8 +123,7 @@ TEST_F(RecordFile, ATimeWithoutAFolderIsRefused)
     EXPECT_EQ(write(INT64_MAX), -1);
     EXPECT_THAT(log.lines(), ElementsAre(err("motion_record_get_dir err\n")));
     log.clear();
-    EXPECT_EQ(write(31556889864403199), -1)
-        << "the year 999999999: the folder has a name, the file's is too long";
+    EXPECT_EQ(write(year(10000000)), -1) << "the folder has a name, the file's is a character too long";
     EXPECT_THAT(log.lines(), ElementsAre(err("motion_record_get_dir err\n")));
     EXPECT_THAT(card.calls(), IsEmpty());
 }
@@ -218,6 +225,41 @@ TEST_F(RecordFile, ModesAreThoseOfTheFormatLessTheUmask)
     EXPECT_EQ(status.st_mode & 0777, 0777u);
     ASSERT_EQ(stat((root + path).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0666u);
+    unlink((root + path).c_str());
+    umask(0);
+    EXPECT_EQ(write(eight), 0); // without the header
+    umask(before);
+    ASSERT_EQ(stat((root + path).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666u);
+}
+
+TEST_F(RecordFile, ARecordIsOneWrite)
+{
+    EXPECT_EQ(write(eight), 0);
+    EXPECT_EQ(card.calls("write").size(), 2u) << "the header's and its own";
+    EXPECT_EQ(write(eight), 0);
+    EXPECT_EQ(card.calls("write").size(), 3u);
+}
+
+TEST_F(RecordFile, ADescriptorMayHaveTheNumberZero)
+{
+    const int kept = dup(0);
+    close(0);
+    EXPECT_EQ(motion_record_check_folder(), 0);
+    EXPECT_EQ(motion_record_check_folder(), 0);
+    EXPECT_EQ(write(eight, 1), 0);
+    EXPECT_EQ(write(eight, 2), 0);
+    dup2(kept, 0);
+    close(kept);
+    EXPECT_EQ(card.file("2021031408"), header + bytes(eight, 1) + bytes(eight, 2));
+    EXPECT_THAT(log.texts(NARO_LOG_ERR), IsEmpty());
+    EXPECT_EQ(card.calls("mkdir").size(), 5u) << "made by the look; then three parents and the hour";
+}
+
+TEST_F(RecordFile, TheLongestNameOfAFile)
+{
+    EXPECT_EQ(write(year(9999999)), 0);
+    EXPECT_EQ(card.file("9999999010100"), header + bytes(year(9999999)));
 }
 
 TEST_F(RecordFile, NoDescriptorIsLeft)
@@ -307,6 +349,10 @@ TEST_F(RecordFile, APieceOfARecordIsTakenBack)
     log.clear();
     EXPECT_EQ(write(eight, 2), -1);
     EXPECT_THAT(log.lines(), ElementsAre(err("write_event to file fail\n")));
+    EXPECT_EQ(card.file("2021031408"), header + bytes(eight, 1));
+    card.fail("write", -2, 1); // 1 byte
+    card.fail("write", ENOSPC, 1);
+    EXPECT_EQ(write(eight, 3), -1);
     EXPECT_EQ(card.file("2021031408"), header + bytes(eight, 1));
     card.fail("write", -1, 1); // no byte at all
     EXPECT_EQ(write(eight, 3), -1);
@@ -403,6 +449,11 @@ TEST_F(RecordFile, APieceThatCannotBeTakenBackIsSaid)
     // A pipe takes bytes and cannot be made shorter.
     ASSERT_EQ(dir_make_parent(path, 0755), 0);
     ASSERT_EQ(mkfifo((root + path).c_str(), 0600), 0);
+    card.fail("write", EIO, 1);
+    EXPECT_EQ(write(eight), -1);
+    EXPECT_THAT(log.lines(), ElementsAre(err("write_event to file fail\n")))
+        << "no piece, nothing to take back";
+    log.clear();
     card.fail("write", -11, 1);
     card.fail("write", EIO);
     EXPECT_EQ(write(eight), -1);
@@ -457,9 +508,9 @@ TEST_F(RecordFile, AFolderThatVanishesAtOnce)
     card.fail("open", ENOENT);
     card.fail("mkdir", -1); // it goes through
     EXPECT_EQ(motion_record_check_folder(), -1);
-    EXPECT_THAT(log.lines(), ElementsAre(err("The record folder is not exists and it can not be created! "
-                                             "File exists")));
+    EXPECT_THAT(log.lines(), ElementsAre(err("Fail to open the record folder:No such file or directory")));
     EXPECT_EQ(card.calls("open").size(), 2u);
+    EXPECT_EQ(card.calls("mkdir").size(), 1u);
 }
 
 } // namespace

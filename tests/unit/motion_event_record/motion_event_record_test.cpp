@@ -2,11 +2,13 @@
 // card is the test's (card.h), time is in its hands, and the endpoint for other processes is a fake.
 #include "motion_event_record.h"
 
+#include <semaphore.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,6 +20,7 @@
 #include "fake_clock.h"
 #include "in_child.h"
 #include "isolate.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "motion_event_record_file.h"
 
@@ -48,11 +51,16 @@ struct {
 } memory;
 
 std::atomic<bool> no_thread{false};
+std::vector<std::pair<int, unsigned>> semaphores; // made: shared between processes, and the count
 
 class Records : public testing::Test
 {
   protected:
-    void SetUp() override { setenv("TZ", "UTC0", 1); }
+    void SetUp() override
+    {
+        setenv("TZ", "UTC0", 1);
+        umask(0);
+    }
     void TearDown() override
     {
         card.heal();
@@ -490,7 +498,8 @@ TEST_F(Records, AListThatIsBrokenEndsTheProcess)
     });
     EXPECT_EQ(child.status, 128 + SIGABRT);
     EXPECT_THAT(child.err,
-                testing::ContainsRegex("src/motion_event_record:[0-9]+: motion_record_thread: Assertion "
+                testing::ContainsRegex(string("^") + program_invocation_short_name +
+                                       ": src/motion_event_record:[0-9]+: motion_record_thread: Assertion "
                                        "`\\(l\\)->prev != \\(\\(void \\*\\)0\\)' failed\\."));
 }
 
@@ -555,6 +564,15 @@ TEST_F(Records, InitAndFinish)
     EXPECT_THAT(log.lines(),
                 ElementsAre(LogCapture::Line{NARO_LOG_INFO, "[motion_record_finish] already exit\n"}));
     EXPECT_EQ(endpoint.stops, 1);
+}
+
+TEST_F(Records, TheSemaphoreIsMadeOnceAndStays)
+{
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(motion_record_init(), 0);
+        motion_record_finish();
+    }
+    EXPECT_THAT(semaphores, ElementsAre(std::make_pair(0, 0u)));
 }
 
 TEST_F(Records, FinishWritesWhatIsQueued)
@@ -673,6 +691,13 @@ void __wrap_naro_free(void *block)
 {
     memory.live -= block != nullptr;
     __real_naro_free(block);
+}
+
+int __real_sem_init(sem_t *semaphore, int shared, unsigned value);
+int __wrap_sem_init(sem_t *semaphore, int shared, unsigned value)
+{
+    semaphores.emplace_back(shared, value);
+    return __real_sem_init(semaphore, shared, value);
 }
 
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
