@@ -288,6 +288,27 @@ TEST_F(Ipc, AfterADisconnectTheDescriptorIsZero)
     EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_F(Ipc, TheZeroOfADisconnectIsNotClosedByTheNextConnect)
+{
+    MediaServer server;
+    ASSERT_EQ(naro_ipc_server_connect(), 0);
+    naro_ipc_server_disconnect();
+    ASSERT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
+    ASSERT_EQ(naro_ipc_server_connect(), 0);
+    EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "it is not ours";
+}
+
+TEST_F(Ipc, AConnectionMayHaveTheNumberZero)
+{
+    MediaServer server;
+    close(STDIN_FILENO);
+    EXPECT_EQ(naro_ipc_server_connect(), 0);
+    EXPECT_EQ(connected_descriptor(), 0);
+    MediaServer::Peer peer = server.accept();
+    EXPECT_EQ(naro_ipc_cmd_snd("text", 4), 0);
+    EXPECT_THAT(errors(), ElementsAre());
+}
+
 TEST_F(Ipc, DisconnectWithoutAConnection)
 {
     const std::vector<int> before = open_descriptors();
