@@ -254,6 +254,7 @@ def power_rows():
 
 
 def people_sensitivity_rows():
+    """Which people are then seen is looked at in `tests/system/setting_people.py`."""
     key = "people_sensitivity"
 
     def told_to_detection(level):
@@ -284,7 +285,8 @@ def alarm_event_rows():
 
 
 def people_region_rows():
-    """Every text is four numbers, left, top, right, bottom, in 1/10000 of 320 x 192 pixels."""
+    """Every text is four numbers, left, top, right, bottom, in 1/10000 of 320 x 192 pixels. Which people are then seen is
+    looked at in `tests/system/setting_people.py`."""
     key = "people_region_detect"
 
     def region(value, numbers, pixels, holds_something):
