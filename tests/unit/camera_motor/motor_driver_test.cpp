@@ -159,7 +159,7 @@ TEST_F(Driver, ALockThatStaysHeldIsMadeNewAfterHalfASecond)
     run_until(1490);
     EXPECT_EQ(motor_mailbox_lock_try(&box.lock), EBUSY);
     EXPECT_EQ(errors.text(), "");
-    run_until(1510);
+    run_until(1500);
     EXPECT_EQ(motor_mailbox_lock_try(&box.lock), 0);
     motor_mailbox_lock_release(&box.lock);
     EXPECT_THAT(errors.text(),
@@ -167,6 +167,46 @@ TEST_F(Driver, ALockThatStaysHeldIsMadeNewAfterHalfASecond)
                           "made anew\n"));
     run_until(4000);
     EXPECT_EQ(moves.size(), 1u);
+}
+
+TEST_F(Driver, EachHolderHasItsHalfSecond)
+{
+    OutputCapture errors(STDERR_FILENO);
+    start();
+    ASSERT_EQ(motor_mailbox_lock_try(&box.lock), 0);
+    run_until(1500);
+    const size_t once = errors.text().size();
+    EXPECT_GT(once, 0u);
+    ASSERT_EQ(motor_mailbox_lock_try(&box.lock), 0); // the next one dies, too
+    run_until(2000);
+    EXPECT_EQ(errors.text().size(), once) << "seen at 1510 first";
+    run_until(2010);
+    EXPECT_EQ(errors.text().size(), 2 * once);
+}
+
+TEST_F(Driver, AHolderThatDiesWhileTheDriverWantsToFreeTheMailboxIsNoticedThereToo)
+{
+    OutputCapture errors(STDERR_FILENO);
+    start();
+    put("[10,0,0]");
+    motor_driver_round(now);
+    ASSERT_EQ(motor_mailbox_lock_try(&box.lock), 0);
+    run_until(now + 2000);
+    EXPECT_FALSE(full());
+    EXPECT_THAT(errors.text(), HasSubstr("its holder has died"));
+}
+
+TEST_F(Driver, AMailboxThatGoesBeforeItIsFreedIsForgotten)
+{
+    start();
+    put("[10,0,0]");
+    motor_driver_round(now);
+    ASSERT_EQ(motor_mailbox_lock_try(&box.lock), 0);
+    run_until(now + 800);
+    ASSERT_EQ(moves.size(), 1u);
+    motor_driver_mailbox(nullptr);
+    run_until(now + 100);
+    EXPECT_TRUE(full());
 }
 
 TEST_F(Driver, ALockThatIsHeldNowAndThenIsNoTrouble)
@@ -201,11 +241,11 @@ TEST_F(Driver, ATextThatIsNoRequestIsSaidOnceAndDropped)
 {
     OutputCapture errors(STDERR_FILENO);
     start();
-    put("turn, please\x01");
+    put("turn~ please\x01\x7f");
     run_until(now + 100);
     EXPECT_FALSE(full());
     EXPECT_EQ(errors.text(),
-              "naro: \"turn, please?\" in the mailbox is no request \"[h,v,sequence]\"; dropped\n");
+              "naro: \"turn~ please??\" in the mailbox is no request \"[h,v,sequence]\"; dropped\n");
     EXPECT_THAT(moves, IsEmpty());
     put("[10,0,1]");
     run_until(now + 2000);
@@ -310,6 +350,7 @@ TEST_F(Driver, KilledInMidMoveTheNextOneFindsTheHeadWhereItStands)
     EXPECT_NEAR(pan(), there, 1e-6);
     EXPECT_EQ(seen().moves, 1u);
     EXPECT_EQ(seen().speed[MOTOR_PAN], 0);
+    EXPECT_FALSE(seen().turning);
     EXPECT_FALSE(full()) << "its request is of unknown age";
     run_until(now);
     EXPECT_EQ(publishes.size(), 1u) << "the view has come to rest there";

@@ -88,6 +88,16 @@ TEST_F(MotorHead, IsToldAsTheMotorWroteIt)
     EXPECT_EQ(record.place.axis[MOTOR_TILT].head, 12);
 }
 
+TEST_F(MotorHead, IsForgottenWhenTheCameraIsSwitchedOnAgain)
+{
+    ASSERT_EQ(motor_head_start(), 0);
+    write(1, 30, 12);
+    ASSERT_TRUE(motor_head_at(0, &pan, &tilt));
+    motor_head_stop();
+    ASSERT_EQ(motor_head_start(), 0);
+    EXPECT_FALSE(motor_head_at(0, &pan, &tilt));
+}
+
 TEST_F(MotorHead, ThatCannotBeIsSaid)
 {
     OutputCapture errors(STDERR_FILENO);

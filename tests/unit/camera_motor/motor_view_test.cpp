@@ -116,7 +116,7 @@ TEST_F(MotorView, NonsenseIsNoView)
     motor_view_record record;
     poke(6, 721 * 1000000); // the head's pan
     EXPECT_FALSE(motor_view_read(view, &record));
-    poke(6, 719 * 1000000);
+    poke(6, 720 * 1000000);
     EXPECT_TRUE(motor_view_read(view, &record));
     poke(7, static_cast<uint32_t>(-721 * 1000000));
     EXPECT_FALSE(motor_view_read(view, &record));
@@ -124,6 +124,18 @@ TEST_F(MotorView, NonsenseIsNoView)
     EXPECT_TRUE(motor_view_read(view, &record));
     poke(0, 1); // the mark
     EXPECT_FALSE(motor_view_read(view, &record));
+    motor_view_close(view);
+}
+
+TEST_F(MotorView, KeepsNoDescriptor)
+{
+    const int before = dup(0);
+    close(before);
+    motor_view_file *view = motor_view_open(true);
+    ASSERT_TRUE(view);
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
     motor_view_close(view);
 }
 
