@@ -177,6 +177,29 @@ TEST_F(Start, GoesOnWithoutDayAfterThreeSeconds)
     EXPECT_EQ(world.clock.sleeps().size(), 120u);
 }
 
+TEST_F(Start, WhatTheProcessorAnswersIsNotLookedAt)
+{
+    world.set_result = -1;
+    for (int mode : {5, 1, 2}) {
+        ircut_mode_config(mode);
+        EXPECT_EQ(ircut_init(), 0) << mode;
+        EXPECT_TRUE(ircut_is_inited());
+        ircut_exit();
+    }
+    EXPECT_EQ(world.log.texts(NARO_LOG_ERR), std::vector<std::string>{}) << "its calls log by themselves";
+}
+
+TEST_F(Start, TheOtherSensorIsNotForgotten)
+{
+    std::filesystem::create_directories(root + "/tmp");
+    std::ofstream(root + "/tmp/SSC3338").close();
+    ircut_init();
+    ircut_exit();
+    std::filesystem::remove(root + "/tmp/SSC3338");
+    ircut_init();
+    EXPECT_EQ(ircut.sensor_ssc3338, 1) << "nobody changes a camera's sensor while it runs";
+}
+
 TEST_F(Start, LooksForTheOtherSensor)
 {
     ircut_init();

@@ -1,5 +1,7 @@
 // Every sequence of the controller from its first call to its last: what is read, said, waited for and moved,
 // in which order, what the state is meanwhile, and which locks are held.
+#include <algorithm>
+
 #include "lock_watch.h"
 #include "world.h"
 
@@ -279,6 +281,52 @@ TEST_F(Story, ATaskEndsWithNothing)
     EXPECT_EQ(sleeps, 3);
     EXPECT_EQ(mstar_ircut_ctrl_smart(nullptr), nullptr) << "at once";
     EXPECT_EQ(sleeps, 3);
+}
+
+// Only at the start do the drivers' answers count: later on, whatever can still be moved is moved.
+TEST_F(Story, WhatTheDriversAnswerIsNotLookedAt)
+{
+    const auto life = [&] {
+        Journal all;
+        const auto take = [&] {
+            for (const std::string &line : world.journal())
+                all.push_back(line);
+        };
+        world.clock.set_wall_ms(1700000000000);
+        for (int mode : {3, 4, 5}) {
+            ircut.applied_mode = 6;
+            ircut_mode_config(mode);
+            EXPECT_EQ(ircut_init(), 0);
+            for (void (World::*picture)() : {&World::dark, &World::bright}) {
+                (world.*picture)();
+                for (int i = 0; i < 22; i++) {
+                    ircut_task_round(&task);
+                    take();
+                }
+            }
+            for (int other : {2, 1, 6, 3})
+                EXPECT_EQ(ircut_mode_switch(other), 0);
+            EXPECT_EQ(ircut_exit(), 0);
+            take();
+        }
+        return all;
+    };
+    const Journal wanted = life();
+    EXPECT_GT(wanted.size(), 400u);
+    world.drive_result = -1;
+    task = {};
+    const Journal got = life();
+    // Of the night, every sixtieth sample is logged: not the same ones the second time.
+    const auto without_samples = [](Journal all) {
+        all.erase(std::remove_if(all.begin(), all.end(),
+                                 [](const std::string &line) {
+                                     return line.find("___night mode____") != std::string::npos ||
+                                            line.find("___day mode____") != std::string::npos;
+                                 }),
+                  all.end());
+        return all;
+    };
+    EXPECT_EQ(without_samples(got), without_samples(wanted));
 }
 
 // ---- Modes 0 and 3 ---------------------------------------------------------------------------------------

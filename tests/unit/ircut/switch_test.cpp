@@ -80,6 +80,17 @@ TEST_F(Switch, ToFixedNight)
     expect(2, {}, {SAYS_NIGHT});
 }
 
+TEST_F(Switch, WhatTheProcessorAnswersToAFixedModeIsNotLookedAt)
+{
+    start(3);
+    world.set_result = -1;
+    expect(2, NIGHT, {SAYS_NIGHT, PWM_99});
+    EXPECT_EQ(ircut.mode, 2);
+    world.clock.set_wall_ms(1700000000050);
+    expect(1, DAY, {SAYS_DAY, PWM_0});
+    EXPECT_EQ(ircut.mode, 1);
+}
+
 TEST_F(Switch, FromModeZeroToAFixedModeEndsTheTask)
 {
     start(0);

@@ -140,13 +140,13 @@ int _mstar_ircut_drv_init(void)
 int _mstar_ircut_drv_exit(void)
 {
     world->note("drv_exit");
-    return 0;
+    return world->drive_result;
 }
 int _mstar_ircut_drv_sw(int position)
 {
     world->note("sw " + std::to_string(position) +
                 (world->everything ? " at level " + std::to_string(ir_level) : ""));
-    return 0;
+    return world->drive_result;
 }
 int _mstar_pwm_drv_init(void)
 {
@@ -156,14 +156,14 @@ int _mstar_pwm_drv_init(void)
 int _mstar_pwm_drv_exit(void)
 {
     world->note("pwm_exit");
-    return 0;
+    return world->drive_result;
 }
 int _mstar_pwm_duty(const char *text)
 {
     const int level = ir_level;
     world->note(std::string("pwm ") + text +
                 (std::to_string(level) == text ? "" : " at level " + std::to_string(level)));
-    return 0;
+    return world->drive_result;
 }
 
 // ---- Lights ----------------------------------------------------------------------------------------------
@@ -173,7 +173,7 @@ int ir_white_led_crtl(int gpio, int on)
     world->note("led " + std::to_string(gpio) + " " + std::to_string(on));
     if (gpio == WHITE_LED_GPIO && world->white >= 0)
         world->white = on;
-    return 0;
+    return world->drive_result;
 }
 int ir_white_get_led_status(int gpio)
 {
@@ -193,7 +193,7 @@ int led_task_set_timer_stop(void)
 {
     world->note("timer stop");
     world->person_light = 0;
-    return 0;
+    return world->drive_result;
 }
 
 // ---- Settings and channels -------------------------------------------------------------------------------
@@ -206,14 +206,14 @@ int kv_client_set_kv(const char *layer, int type, const char *key, const void *v
     uint64_t ms;
     memcpy(&ms, value, sizeof ms);
     world->note("stamp " + std::to_string(ms));
-    return 0;
+    return world->drive_result;
 }
 int shbf_event_broadcast(int index, const void *buf, int len)
 {
     const char *text = static_cast<const char *>(buf);
     EXPECT_EQ(strlen(text) + 1, static_cast<size_t>(len)) << "with its end";
     world->note("event " + std::to_string(index) + " " + text + " " + std::to_string(len));
-    return 0;
+    return world->drive_result;
 }
 
 // ---- Threads ---------------------------------------------------------------------------------------------

@@ -75,6 +75,7 @@ class World
     std::atomic<int> white_reads{0};
 
     int drv_init_result = 0, pwm_init_result = 0;
+    std::atomic<int> drive_result{0}; // what everything that moves or lights something answers
     bool real_threads = false;
     int create_fails_at = -1; // how many threads can be created before one cannot
     int created = 0;
