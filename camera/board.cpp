@@ -10,6 +10,7 @@
 #include <string.h>
 #include <string>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -80,6 +81,7 @@ namespace
 const char GPIO[] = "/sys/class/gpio";
 const char PWM[] = "/sys/class/pwm/pwmchip0";
 const int PWM_INFRARED = 4, PWM_OTHER = 6;
+const int64_t LATE_MAX_MS = 10000; // who comes later than that to a file has slept through more than a pulse
 
 struct {
     board_state board;
@@ -132,14 +134,29 @@ bool make_all(void)
     return done;
 }
 
-// The number in a file; false while there is none.
-bool read_number(const std::string &path, unsigned *number)
+// How long ago an open file was written, by its stamp; 0 where that cannot be told, because the clock was set or
+// is not the stamps' own.
+uint64_t age_ms(int fd)
+{
+    struct stat status;
+    if (fstat(fd, &status) != 0)
+        return 0;
+    const int64_t written_ms =
+        static_cast<int64_t>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
+    const int64_t age = static_cast<int64_t>(time_realtime_ms()) - written_ms;
+    return age > 0 && age <= LATE_MAX_MS ? static_cast<uint64_t>(age) : 0;
+}
+
+// The number in a file, and how long ago it was written (null: nobody asks); false while there is none.
+bool read_number(const std::string &path, unsigned *number, uint64_t *age = nullptr)
 {
     const int fd = naro_open(path.c_str(), O_RDONLY, 0);
     if (fd < 0)
         return false;
     char text[16] = "", *end;
     const ssize_t length = naro_read(fd, text, sizeof text - 1);
+    if (age)
+        *age = age_ms(fd);
     close(fd);
     if (length <= 0)
         return false;
@@ -187,33 +204,31 @@ void watch_pulses(void)
                              due_ms > now_ms ? static_cast<double>(due_ms - now_ms) / 1000. : 0.);
 }
 
-void set_line(int line, bool high)
+// A line has had a level for `age` already: a busy loop comes late to it, and a pulse is not longer for that.
+void set_line(int line, bool high, uint64_t age)
 {
     if (state.board.high[line] == high)
         return;
-    say(board_set_line(&state.board, static_cast<board_line>(line), high, naro_clock_monotonic_ms()));
+    const uint64_t now_ms = naro_clock_monotonic_ms();
+    const uint64_t at_ms = std::max(state.board.since_ms[line], now_ms - std::min(now_ms, age));
+    say(board_set_line(&state.board, static_cast<board_line>(line), high, at_ms));
     watch_pulses();
     changed();
-}
-
-void on_check(struct ev_loop *, ev_timer *, int)
-{
-    say(board_check(&state.board, naro_clock_monotonic_ms()));
-    watch_pulses();
 }
 
 // A file was written. `then_value`: so was the line's value, after it.
 void follow_line(int line, const std::string &name, bool then_value)
 {
     unsigned value;
+    uint64_t age;
     // As the kernel has it: a line that is made an output starts low. What was written into it since is a new
     // level, and stays: a daemon may make it an output and begin a pulse before we have seen either.
     if (name == "direction" && starts_with(line_folder(line) + "/direction", "out")) {
-        set_line(line, false);
+        set_line(line, false, 0);
         if (!then_value && (!read_number(line_folder(line) + "/value", &value) || value != 0))
             make(line_folder(line) + "/value", "0\n");
-    } else if (name == "value" && read_number(line_folder(line) + "/value", &value)) {
-        set_line(line, value != 0);
+    } else if (name == "value" && read_number(line_folder(line) + "/value", &value, &age)) {
+        set_line(line, value != 0, age);
     }
 }
 
@@ -230,7 +245,7 @@ void follow_pwm(void)
     changed();
 }
 
-void on_notify(struct ev_loop *, ev_io *, int)
+void follow_files(void)
 {
     struct written {
         int watch;
@@ -256,6 +271,18 @@ void on_notify(struct ev_loop *, ev_io *, int)
         if (file->watch == state.watch_pwm)
             follow_pwm();
     }
+}
+
+void on_notify(struct ev_loop *, ev_io *, int)
+{
+    follow_files();
+}
+
+void on_check(struct ev_loop *, ev_timer *, int)
+{
+    follow_files(); // first: what is written is newer than what we know
+    say(board_check(&state.board, naro_clock_monotonic_ms()));
+    watch_pulses();
 }
 
 int watch(const std::string &folder)

@@ -2,10 +2,12 @@
 #include "board.h"
 
 #include <ev.h>
+#include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
 
 #include "fake_clock.h"
 #include "isolate.h"
@@ -279,6 +281,48 @@ TEST_F(Files, BothLinesLeftHighAreBothFoundTooLong)
     clock.advance_ms(1);
     EXPECT_EQ(board().breaches, 3u) << "and the second";
     EXPECT_EQ(clock.armed_timers(), 0u);
+}
+
+TEST_F(Files, ABusyLoopDoesNotMakeAPulseLonger)
+{
+    OutputCapture errors(STDERR_FILENO);
+    // What is written is stamped with the fake clock's time.
+    const auto stamped = [&](const char *text) {
+        put("gpio/gpio78/value", text);
+        const uint64_t ms = clock.wall_ms();
+        const timespec stamp = {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
+        const timespec both[2] = {stamp, stamp};
+        ASSERT_EQ(utimensat(AT_FDCWD, path("gpio/gpio78/value").c_str(), both, 0), 0);
+    };
+    stamped("1");
+    clock.advance_ms(400); // busy
+    ev_run(loop, EVRUN_NOWAIT);
+    clock.advance_ms(100);
+    stamped("0");
+    clock.advance_ms(900); // busy again, when the look at the coil falls due
+    EXPECT_FALSE(board().high[BOARD_COIL_NIGHT]);
+    EXPECT_FALSE(board().filter_day);
+    EXPECT_EQ(board().breaches, 0u);
+    EXPECT_EQ(errors.text(), "");
+    // A pulse that was too long is one, however late it is seen.
+    stamped("1");
+    ev_run(loop, EVRUN_NOWAIT);
+    clock.advance_ms(1000);
+    ev_run(loop, EVRUN_NOWAIT);
+    clock.advance_ms(1);
+    EXPECT_EQ(board().breaches, 1u);
+}
+
+TEST_F(Files, AStampOfAnotherClockSaysNothing)
+{
+    OutputCapture errors(STDERR_FILENO);
+    write("gpio/gpio78/value", "1");
+    clock.advance_ms(500);
+    // Stamps of the real clock, which is far ahead of the fake one and then far behind it.
+    clock.set_wall_ms(clock.wall_ms() + uint64_t{3600000} * 24 * 365 * 100);
+    write("gpio/gpio78/value", "0");
+    EXPECT_FALSE(board().filter_day);
+    EXPECT_EQ(board().breaches, 0u);
 }
 
 TEST_F(Files, PulsesDoNotMoveWithTheWallClock)
