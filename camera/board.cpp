@@ -134,8 +134,8 @@ bool make_all(void)
     return done;
 }
 
-// How long ago an open file was written, by its stamp; 0 where that cannot be told, because the clock was set or
-// is not the stamps' own.
+// How long ago an open file was written, by its stamp; 0 where that cannot be told, because the clock was set
+// or is not the stamps' own.
 uint64_t age_ms(int fd)
 {
     struct stat status;
