@@ -208,7 +208,6 @@ static int init_locked(void)
         log_err("motor_rotate_task_thread already running\n");
         return -1;
     }
-    shm.shared_memory = nullptr;
     shm.lost = 0;
 
     pthread_mutex_lock(&list_lock);

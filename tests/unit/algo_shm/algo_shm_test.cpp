@@ -357,7 +357,7 @@ TEST_F(AlgoShm, SegmentThatCannotBeMadeEndsTheProcess)
         pause();
     });
     EXPECT_EQ(child.status, 1);
-    EXPECT_THAT(child.err, HasSubstr("fail to shmget: Permission denied\n"));
+    EXPECT_THAT(child.err, HasSubstr("\nfail to shmget: Permission denied\n"));
     EXPECT_EQ(child.out, "");
 }
 
@@ -369,7 +369,7 @@ TEST_F(AlgoShm, SegmentThatCannotBeAttachedEndsTheProcess)
         pause();
     });
     EXPECT_EQ(child.status, 1);
-    EXPECT_THAT(child.err, HasSubstr("Failed to shmat: Cannot allocate memory\n"));
+    EXPECT_THAT(child.err, HasSubstr("\nFailed to shmat: Cannot allocate memory\n"));
     EXPECT_EQ(child.out, "");
 }
 
@@ -381,7 +381,7 @@ TEST_F(AlgoShm, SegmentAtNoAddressEndsTheProcess)
         pause();
     });
     EXPECT_EQ(child.status, 1);
-    EXPECT_THAT(child.err, HasSubstr("Failed to shmat: "));
+    EXPECT_THAT(child.err, HasSubstr("\nFailed to shmat: "));
 }
 
 TEST_F(AlgoShm, SegmentThatCannotBeDetachedEndsTheProcess)
@@ -393,7 +393,7 @@ TEST_F(AlgoShm, SegmentThatCannotBeDetachedEndsTheProcess)
         pause();
     });
     EXPECT_EQ(child.status, 1);
-    EXPECT_THAT(child.err, HasSubstr("Failed to shmdt: Invalid argument\n"));
+    EXPECT_THAT(child.err, HasSubstr("\nFailed to shmdt: Invalid argument\n"));
     EXPECT_THAT(child.err, testing::Not(HasSubstr("shmdt success")));
     EXPECT_EQ(child.out, "");
 }
