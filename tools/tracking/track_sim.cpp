@@ -93,15 +93,24 @@ uint64_t wall_ms(void *)
     return EPOCH_MS + sim.now_ms;
 }
 
+// "rotate_buf = [h,v]" and what follows: the angles of a rectangle.
+bool angles_in(const char *text, int angle[2])
+{
+    static const char begin[] = "rotate_buf = [";
+    if (strncmp(text, begin, strlen(begin)) != 0)
+        return false;
+    char *end;
+    angle[0] = static_cast<int>(strtol(text + strlen(begin), &end, 10));
+    angle[1] = *end == ',' ? static_cast<int>(strtol(end + 1, nullptr, 10)) : 0;
+    return true;
+}
+
 // The tracker says what it makes of each rectangle; that is how one knows that it has.
 void on_log(void *, enum naro_log_level, const char *text)
 {
-    int h, v;
     pthread_mutex_lock(&sim.mutex);
-    if (sscanf(text, "rotate_buf = [%d,%d]", &h, &v) == 2) {
-        sim.angle[0] = h;
-        sim.angle[1] = v;
-        if (abs(h) < 10 && abs(v) < 10)
+    if (angles_in(text, sim.angle)) {
+        if (abs(sim.angle[0]) < 10 && abs(sim.angle[1]) < 10)
             sim.tracker = ANSWER_CALM;
     } else if (strncmp(text, "motor is alerady running", 24) == 0) {
         sim.tracker = ANSWER_SPACING;
@@ -229,7 +238,7 @@ void tell(const frame_told &frame, answer said)
 {
     printf("{\"frame\":%llu,\"t\":%llu,\"pan\":%.3f,\"tilt\":%.3f,\"view_moves\":%s,\"busy\":%s",
            static_cast<unsigned long long>(frame.number),
-           static_cast<unsigned long long>(frame.number * RENDERED_STEP_MS),
+           static_cast<unsigned long long>(frame.number) * RENDERED_STEP_MS,
            static_cast<double>(frame.truth.pan), static_cast<double>(frame.truth.tilt),
            frame.truth.view_moves ? "true" : "false",
            sim.mailbox.full == MOTOR_MAILBOX_FULL ? "true" : "false");
