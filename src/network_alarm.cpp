@@ -83,12 +83,6 @@ void say_quit(void)
     printf("[%s] quit\r\n", "network_task");
 }
 
-void put_big_endian(uint8_t *bytes, uint32_t word)
-{
-    for (int i = 0; i < 4; i++)
-        bytes[i] = static_cast<uint8_t>(word >> (24 - 8 * i));
-}
-
 void send_frame(uint8_t *buffer, const meta_list_data *head)
 {
     const int result = tcp_client_tx(state.socket, buffer, NETWORK_TX_HEAD_BYTES + size_t{head->size});
@@ -120,7 +114,8 @@ bool send_elements(uint8_t *buffer)
         }
         const bool fits = head.size <= NETWORK_PAYLOAD_MAX_BYTES;
         if (fits) {
-            put_big_endian(buffer + sizeof tag, head.size);
+            const uint32_t length = htonl(head.size);
+            memcpy(buffer + sizeof tag, &length, sizeof length);
             naro_copy(buffer + NETWORK_TX_HEAD_BYTES, slot + sizeof head, head.size);
         }
         network_queue_list_data_elem_give(elem);

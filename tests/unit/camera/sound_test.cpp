@@ -190,7 +190,11 @@ class Ear : public testing::Test
         shbf_rcv_global_exit();
         ev_loop_destroy(loop);
     }
-    void start() { ASSERT_EQ(sound_start(loop, &settings), 0); }
+    void start()
+    {
+        sound_stop(); // an earlier one
+        ASSERT_EQ(sound_start(loop, &settings), 0);
+    }
     // The answer at a time of the source.
     uint32_t at(uint64_t ms)
     {

@@ -321,6 +321,7 @@ TEST_F(Client, ARun)
     {
         OutputCapture out(STDOUT_FILENO);
         EXPECT_EQ(network_is_inited(), 0);
+        EXPECT_EQ(network_last_sent(), 0u);
         EXPECT_EQ(network_init(), 0);
         EXPECT_EQ(network_is_inited(), 1);
         at_start = out.text();
@@ -740,6 +741,25 @@ TEST_F(Client, TheBrokenPipeHandlerRearmsTheWrongSignal)
         said = out.text();
     }
     EXPECT_EQ(said, pipe_line);
+}
+
+// Whatever was interrupted finds its error number as it was, also where the line could not be printed.
+TEST_F(Client, HandlersKeepTheErrorNumber)
+{
+    connect();
+    const int out = dup(STDOUT_FILENO);
+    close(STDOUT_FILENO);
+    int after_alarm, after_pipe;
+    errno = 77;
+    raise(SIGALRM);
+    after_alarm = errno;
+    errno = 78;
+    raise(SIGPIPE);
+    after_pipe = errno;
+    dup2(out, STDOUT_FILENO);
+    close(out);
+    EXPECT_EQ(after_alarm, 77);
+    EXPECT_EQ(after_pipe, 78);
 }
 
 TEST_F(Client, AnAlarmFreesASenderFromAServerThatReadsNothing)
