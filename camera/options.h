@@ -23,7 +23,6 @@ struct camera_options {
     const char *card;                        // of card_settings
     const char *daemon;                      // path; null: none is started
     const char *scenario;                    // file; null: behave
-    bool motor;                              // the pan-tilt head is driven
     std::vector<std::string> motor_settings; // KEY=VALUE, checked
     double wide;                             // share of the picture that is seen at a time; 0: all of it
     int listeners;
@@ -32,6 +31,7 @@ struct camera_options {
     bool json;
     bool summary_only;
     bool verbose;
+    bool motor; // the pan-tilt head is driven
 };
 
 // Fills *options from the command line. 0: run; 1: nothing to run (help was shown); -1: wrong, and it was
