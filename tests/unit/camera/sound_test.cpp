@@ -15,6 +15,7 @@
 #include "event_channels.h"
 #include "fake_clock.h"
 #include "isolate.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "shbf.h"
 #include "shbfev.h"

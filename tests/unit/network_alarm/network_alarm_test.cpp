@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "failures_to_stderr.h"
+#include "lock_watch.h"
 #include "log_capture.h"
 #include "queues.h"
 #include "tcp_server.h"
@@ -46,6 +47,8 @@ struct Calls {
     std::atomic<int> rearmed{-1}; // the signal that a handler was installed for inside a handler
     std::vector<sockaddr_in> bound;
     std::atomic<bool> in_handler{false};
+    std::atomic<bool> watch_locks{false}; // of these calls write the locks held down:
+    std::atomic<int> held_socket{-1}, held_create{-1}, held_join{-1}, held_write{-1};
 } &calls = *new Calls;
 
 // Waits for what another thread is about to do.
@@ -338,6 +341,21 @@ TEST_F(Client, ARun)
     EXPECT_EQ(said, std::string(quit_line) + quit_line + finished_line);
     EXPECT_TRUE(peer.ended()) << "and nothing of the quit element was sent";
     EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+// What may take long holds up nobody who only looks: one lock is held across it, and none by the sender.
+TEST_F(Client, LocksAreNotHeldAcrossWhatBlocks)
+{
+    calls.watch_locks = true;
+    connect();
+    enqueue("x");
+    EXPECT_EQ(peer.receive(10), frame("x"));
+    EXPECT_EQ(network_exit(), 0);
+    EXPECT_EQ(calls.held_socket, 1);
+    EXPECT_EQ(calls.held_create, 2) << "nobody finds a sender without its number";
+    EXPECT_EQ(calls.held_write, 0);
+    EXPECT_EQ(calls.held_join, 1);
+    EXPECT_EQ(locks_held(), 0u);
 }
 
 TEST_F(Client, ExitOfWhatWasNeverStarted)
@@ -891,6 +909,7 @@ int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *)
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*work)(void *),
                           void *argument)
 {
+    calls.held_create = static_cast<int>(locks_held());
     return calls.create_error ? calls.create_error.load()
                               : __real_pthread_create(thread, attributes, work, argument);
 }
@@ -898,6 +917,7 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
 int __real_pthread_join(pthread_t, void **);
 int __wrap_pthread_join(pthread_t thread, void **result)
 {
+    calls.held_join = static_cast<int>(locks_held());
     const int error = __real_pthread_join(thread, result);
     return calls.join_error ? calls.join_error.load() : error;
 }
@@ -905,6 +925,8 @@ int __wrap_pthread_join(pthread_t thread, void **result)
 int __real_socket(int, int, int);
 int __wrap_socket(int domain, int type, int protocol)
 {
+    if (calls.watch_locks && locks_held() > 0) // the test's own sockets are made without
+        calls.held_socket = static_cast<int>(locks_held());
     if (calls.socket_error) {
         errno = calls.socket_error;
         return -1;
@@ -933,6 +955,7 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t length)
     if (fd <= STDERR_FILENO)
         return result;
     const int error = result < 0 ? errno : 0;
+    calls.held_write = static_cast<int>(locks_held());
     if ((result >= 0 && result < static_cast<ssize_t>(length)) || error == EINTR)
         calls.short_writes++;
     calls.last_write_error = error;
