@@ -60,9 +60,10 @@ def lux_curve(drawing, report, day, x, y):
     for lux in (0.01, 1, 100, 10000):
         drawing.line(x, place(lux), x + WIDE, place(lux), GRID)
         drawing.text(x - 5, place(lux) + 3, f"{lux:g}", 8, "end", FAINT)
-    points = [(x + WIDE * at / (len(day["lux"]) - 1), place(lux)) for at, lux in enumerate(day["lux"])]
-    path = " ".join(f"{a:.1f},{b:.1f}" for a, b in points)
-    drawing.parts.append(f'<polyline points="{path}" fill="none" stroke="{SUN}" stroke-width="1.2"/>')
+    edges = [[(x + WIDE * at / (len(day[name]) - 1), place(lux)) for at, lux in enumerate(day[name])]
+             for name in ("dimmest_lux", "brightest_lux")]
+    path = " ".join(f"{a:.1f},{b:.1f}" for a, b in edges[1] + edges[0][::-1])
+    drawing.parts.append(f'<polygon points="{path}" fill="#f7dfb0" stroke="{SUN}" stroke-width="1"/>')
 
 
 def days_chart(report):

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Makes docs/light.md's tables, its pictures docs/light-*.svg and docs/light.json anew. usage: page.py BIN_DIR, with
-naro-day in it; or page.py --from REPORT, what `naro-day --report` has printed"""
+naro-day in it; or page.py --from REPORT, what `naro-day --report` has printed; page.py --check only says whether they are
+those of docs/light.json"""
 import json
 import os
 import re
@@ -54,18 +55,27 @@ def same_as_three(report):
         f"Mode 0 differs from mode 3 in {len(differ)} of its runs.\n"
 
 
+def span(values, form="{:g}"):
+    """The least and the greatest of some numbers."""
+    low, high = form.format(min(values)), form.format(max(values))
+    return low if low == high else f"{low} to {high}"
+
+
 def flips(report):
-    """Nights in which the camera's own lamp is the day: on the clear day, with a period."""
-    rows = []
+    """Nights in which the camera's own lamp is the day, on the clear day: a row for each mode and distance."""
+    groups = {}
     for run in report["runs"]:
-        if run["day"] != "clear" or "constant" in run or "period_s" not in run or run["mode"] == 0:
-            continue
-        to_day = next(switch for switch in run["switches"] if switch["to"] == "day")
-        condition = " and ".join(str(number) for number in to_day["conditions"]) or "the one of mode 4"
-        rows.append((run["mode"], f"{run.get('distance_m', 3):g} m", f"{run['reflectance']:.0%}", count(run),
-                     f"{run['period_s']:.1f} s", run["wrong_day_s"], run["pulses"], condition,
-                     f"ev {to_day['ev']}, again {to_day['again']}, {to_day['expr_us']} µs, sum {to_day['gain_sum']}"))
-    rows.sort(key=lambda row: (row[0], -float(row[1][:-2]), float(row[2][:-1])))
+        if run["day"] == "clear" and "constant" not in run and "period_s" in run and run["mode"] != 0:
+            groups.setdefault((run["mode"], -run.get("distance_m", 3)), []).append(run)
+    rows = []
+    for (mode, distance), runs in sorted(groups.items()):
+        first = next(switch for switch in runs[0]["switches"] if switch["to"] == "day")
+        fired = {tuple(switch["conditions"]) for run in runs for switch in run["switches"] if switch["to"] == "day"}
+        rows.append((mode, f"{-distance:g} m", f"{min(run['reflectance'] for run in runs):.0%} and more",
+                     span([count(run) for run in runs]), span([run["period_s"] for run in runs], "{:.1f}") + " s",
+                     span([run["wrong_day_s"] for run in runs]), span([run["pulses"] for run in runs]),
+                     " or ".join(" and ".join(map(str, one)) or "mode 4's" for one in sorted(fired)),
+                     f"ev {first['ev']}, again {first['again']}, {first['expr_us']} µs, sum {first['gain_sum']}"))
     return table(("mode", "wall at", "reflectance", "switches", "period", "wrong s", "pulses", "condition", "sample"), rows)
 
 
@@ -107,13 +117,34 @@ def fill(page, name, text):
     return pattern.sub(lambda found: found.group(1) + text + found.group(2), page, count=1)
 
 
-def write(name, text):
-    with open(os.path.join(DOCS, name), "w", encoding="utf-8") as file:
-        file.write(text)
+def read(name):
+    with open(os.path.join(DOCS, name), encoding="utf-8") as file:
+        return file.read()
+
+
+def made_of(text):
+    """Every file that a report gives, by name."""
+    report = json.loads(text)
+    files = {"light.json": text, "light-days.svg": chart.days_chart(report),
+             "light-switches.svg": chart.switches_chart(report)}
+    for one in report["maps"]:
+        files[f"light-map-{one['mode']}.svg"] = chart.map_chart(report, one)
+    page = read("light.md")
+    page = fill(page, "days", days_table(report))
+    for mode in (3, 4, 5):
+        page = fill(page, f"mode {mode}", mode_table(report, mode))
+    page = fill(page, "mode 0", same_as_three(report))
+    page = fill(page, "flips", flips(report))
+    page = fill(page, "constants", constants_table(report))
+    files["light.md"] = fill(page, "constants at the middle", constants_summary(report))
+    return files
 
 
 def main():
-    if len(sys.argv) == 3 and sys.argv[1] == "--from":
+    check = sys.argv[1:] == ["--check"]
+    if check:
+        text = read("light.json")
+    elif len(sys.argv) == 3 and sys.argv[1] == "--from":
         with open(sys.argv[2], encoding="utf-8") as file:
             text = file.read()
     elif len(sys.argv) == 2:
@@ -121,22 +152,15 @@ def main():
                               encoding="utf-8").stdout
     else:
         sys.exit(__doc__)
-    report = json.loads(text)
-    write("light.json", text)
-    write("light-days.svg", chart.days_chart(report))
-    write("light-switches.svg", chart.switches_chart(report))
-    for one in report["maps"]:
-        write(f"light-map-{one['mode']}.svg", chart.map_chart(report, one))
-    with open(os.path.join(DOCS, "light.md"), encoding="utf-8") as file:
-        page = file.read()
-    page = fill(page, "days", days_table(report))
-    for mode in (3, 4, 5):
-        page = fill(page, f"mode {mode}", mode_table(report, mode))
-    page = fill(page, "mode 0", same_as_three(report))
-    page = fill(page, "flips", flips(report))
-    page = fill(page, "constants", constants_table(report))
-    page = fill(page, "constants at the middle", constants_summary(report))
-    write("light.md", page)
+    stale = []
+    for name, content in made_of(text).items():
+        if check:
+            stale += [name] if read(name) != content else []
+            continue
+        with open(os.path.join(DOCS, name), "w", encoding="utf-8") as file:
+            file.write(content)
+    if stale:
+        sys.exit(f"not what docs/light.json gives: {', '.join(stale)}; python3 tools/day/page.py --from docs/light.json")
 
 
 if __name__ == "__main__":

@@ -198,19 +198,24 @@ json_object *map_json(const map_plane &plane)
     return object;
 }
 
-// The brightest moment of every two minutes, so that no headlight is lost.
-json_object *lux_json(const day_light &light)
+// The dimmest and the brightest moment of every two minutes, so that no headlight is lost.
+void add_lux(json_object *object, const day_light &light)
 {
     const double every_s = 120, look_s = 0.5;
-    json_object *list = json_object_new_array();
+    json_object *low = json_object_new_array(), *high = json_object_new_array();
     size_t from = 0;
     for (double at = 0; at < DAY_S; at += every_s) {
-        double brightest = 0;
-        for (double moment = at; moment < at + every_s; moment += look_s)
-            brightest = std::max(brightest, light_schedule_at(light.moments, moment, &from).lux);
-        json_object_array_add(list, short_number(brightest));
+        double dimmest = INFINITY, brightest = 0;
+        for (double moment = at; moment < at + every_s; moment += look_s) {
+            const double lux = light_schedule_at(light.moments, moment, &from).lux;
+            dimmest = std::min(dimmest, lux);
+            brightest = std::max(brightest, lux);
+        }
+        json_object_array_add(low, short_number(dimmest));
+        json_object_array_add(high, short_number(brightest));
     }
-    return list;
+    json_object_object_add(object, "dimmest_lux", low);
+    json_object_object_add(object, "brightest_lux", high);
 }
 
 } // namespace
@@ -232,7 +237,7 @@ void day_report(int jobs)
         json_object *object = json_object_new_object();
         json_object_object_add(object, "name", json_object_new_string(day_kinds[day].name));
         json_object_object_add(object, "what", json_object_new_string(day_kinds[day].what));
-        json_object_object_add(object, "lux", lux_json(light));
+        add_lux(object, light);
         printf("%s\n  %s", day ? "," : "", text_of(object).c_str());
     }
     printf("],\n \"constants\": [");
