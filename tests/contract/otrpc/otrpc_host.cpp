@@ -19,6 +19,7 @@
 
 #include <gmock/gmock.h>
 
+#include "fake_clock.h"
 #include "in_child.h"
 #include "isolate.h"
 #include "log_capture.h"
@@ -37,6 +38,8 @@ const string root = scratch_root();
 const string path = root + OTRPC_PATH;
 
 char thread_name[16];
+std::atomic<int> refuse_accepts{0}; // so many fail, with EMFILE
+std::atomic<bool> strangers{false}; // whoever comes is another user
 std::atomic<int> calls{0};
 
 int hello(void *, void *, void *)
@@ -80,6 +83,8 @@ class Peer
     {
         char packet[256];
         const ssize_t length = recv(fd, packet, sizeof packet, 0);
+        if (length < 0)
+            return errno == EAGAIN ? "(silence)" : "(end)";
         return length > 0 ? string(packet, static_cast<size_t>(length)) : "(end)";
     }
     string ask(const string &packet) const
@@ -116,6 +121,10 @@ TEST_F(OtrpcHost, TheWire)
     EXPECT_EQ(peer.ask("hello\n"), "result 42\n");
     EXPECT_EQ(peer.ask("hello\0"s), "result 42\n");
     EXPECT_EQ(peer.ask("bye"), "unknown method\n");
+    for (const string &name : {"a"s, "z"s, "A"s, "Z"s, "0"s, "9"s, "_"s, "az_AZ_09"s, "a\n"s, "a\0"s})
+        EXPECT_EQ(peer.ask(name), "unknown method\n") << name;
+    for (const char *beside : {"@", "[", "`", "{", "/", ":", "-"})
+        EXPECT_EQ(peer.ask(beside), "malformed request\n") << beside;
     EXPECT_EQ(peer.ask(string(63, 'a')), "unknown method\n");
     EXPECT_EQ(peer.ask(string(63, 'a') + "\n"), "unknown method\n");
     for (const string &wrong : {""s, "\n"s, "\0"s, "hello\n\n"s, "hello\0\0"s, "\nhello"s, "hel lo"s,
@@ -189,6 +198,41 @@ TEST_F(OtrpcHost, APeerThatLeavesBeforeItsAnswer)
     }
     const Peer peer;
     EXPECT_EQ(peer.ask("hello"), "result 42\n");
+}
+
+TEST_F(OtrpcHost, APeerThatWillSayNoMoreIsLetGo)
+{
+    ASSERT_EQ(otrpc_start(), 0);
+    const Peer peer;
+    ASSERT_EQ(peer.ask("hello"), "result 42\n");
+    shutdown(peer.fd, SHUT_WR);
+    EXPECT_EQ(peer.receive(), "(end)") << "and not an answer to nothing";
+}
+
+TEST_F(OtrpcHost, OtherUsersAreNotServed)
+{
+    ASSERT_EQ(otrpc_start(), 0);
+    const int before = descriptors();
+    strangers = true;
+    for (int i = 0; i < 3; i++) {
+        const Peer peer;
+        EXPECT_EQ(peer.ask("hello"), "(end)");
+    }
+    strangers = false;
+    EXPECT_EQ(descriptors(), before);
+    const Peer peer;
+    EXPECT_EQ(peer.ask("hello"), "result 42\n");
+}
+
+TEST_F(OtrpcHost, WithoutDescriptorsItWaitsALittleBeforeItTriesAgain)
+{
+    FakeClock clock;
+    ASSERT_EQ(otrpc_start(), 0);
+    refuse_accepts = 2;
+    const Peer peer;
+    EXPECT_EQ(peer.ask("hello"), "result 42\n");
+    EXPECT_THAT(clock.sleeps(), ElementsAre(100, 100));
+    otrpc_stop();
 }
 
 TEST_F(OtrpcHost, TheSocketIsThisUsersAndGoesWithTheEndpoint)
@@ -316,3 +360,25 @@ TEST(OtrpcWire, Answers)
 }
 
 } // namespace
+
+// ---- Fakes -----------------------------------------------------------------------------------------------
+
+extern "C" {
+
+int __real_accept4(int fd, sockaddr *address, socklen_t *length, int flags);
+int __wrap_accept4(int fd, sockaddr *address, socklen_t *length, int flags)
+{
+    if (refuse_accepts > 0) {
+        refuse_accepts--;
+        errno = EMFILE;
+        return -1;
+    }
+    return __real_accept4(fd, address, length, flags);
+}
+
+// shbf_peer_allowed(uid_t)
+bool __wrap__Z17shbf_peer_allowedj(uid_t)
+{
+    return !strangers;
+}
+}
