@@ -256,6 +256,24 @@ class Following(SystemTest):
         until(lambda: bright() == 0, "it stands at the edge")
         self.assertEqual(camera.stop(), 0)
 
+    def test_the_daemon_follows_in_a_wide_video(self):
+        wide = f"{self.root}/wide.y4m"
+        width, height, side = 640, 240, 40
+        with open(wide, "wb") as file:  # a bright block that goes to the right, over a floor of stripes
+            file.write(f"YUV4MPEG2 W{width} H{height} F5:1 Ip A1:1 C420jpeg\n".encode())
+            stripes = (bytes([60] * 16 + [110] * 16) * (width // 32 + 1))[:width]
+            for number in range(300):
+                at = 330 + min(number * 6, 260)
+                picture = bytearray(stripes * height)
+                for y in range(100, 100 + side):
+                    picture[y * width + at:y * width + at + side] = bytes([230]) * side
+                file.write(b"FRAME\n" + picture + bytes([128]) * (width * height // 2))
+        camera = self.start("naro_camera", "--source", wide, "--wide", "0.8", "--set", "track_switch=on")
+        until(lambda: len(self.moves()) >= 2, "two moves")
+        for move in self.moves()[:2]:
+            self.assertGreater(int(move.group(4)), int(move.group(2)), "to the right")
+        self.assertEqual(camera.stop(), 0)
+
 
 if __name__ == "__main__":
     main()
