@@ -53,12 +53,12 @@ int __wrap_shmget(key_t key, size_t size, int flags)
 {
     called("get " + std::to_string(key) + " " + std::to_string(size) + " " + std::to_string(flags));
     errno = segment.get_error;
-    return segment.get_error ? -1 : 77;
+    return segment.get_error ? -1 : segment.number;
 }
 
 void *__wrap_shmat(int number, const void *wanted, int flags)
 {
-    called(number == 77 && !wanted && flags == 0 ? "map" : "map, but wrongly");
+    called(number == segment.number && !wanted && flags == 0 ? "map" : "map, but wrongly");
     __atomic_store_n(&segment.mapped, true, __ATOMIC_RELEASE);
     if (segment.map_to_null)
         return nullptr;

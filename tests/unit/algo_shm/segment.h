@@ -12,6 +12,7 @@
 
 struct Segment {
     motor_mailbox *box;       // exactly its bytes, zero at first: nobody has initialised it
+    int number = 77;          // what shmget gives; 0 is a number, too
     int get_error = 0;        // errno of shmget, where it is to fail
     int map_error = 0;        // of shmat
     bool mapped = false;      // somebody has attached it
