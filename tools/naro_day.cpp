@@ -24,6 +24,7 @@ const char help[] =
     "how often it switched, for how long it was in the wrong mode, and how often it moved the filter.\n"
     "\n"
     "  --day NAME         the light of the day (--list has the names); default clear\n"
+    "  --seed N           another day of its kind; default 0\n"
     "  --mode N           light mode 0, 3, 4 or 5; default 3\n"
     "  --reflectance R    of the room, 0 to 1; default 0.4\n"
     "  --distance M       of what the camera looks at, in metres; its lamps fall off with the square; "
@@ -130,9 +131,24 @@ void list(void)
 
 int main(int argc, char **argv)
 {
-    enum { DAY = 1, MODE, REFLECTANCE, DISTANCE, VARY, OTHER, SWITCHES, JSON, LIST, REPORT, JOBS, HELP };
+    enum {
+        DAY = 1,
+        SEED,
+        MODE,
+        REFLECTANCE,
+        DISTANCE,
+        VARY,
+        OTHER,
+        SWITCHES,
+        JSON,
+        LIST,
+        REPORT,
+        JOBS,
+        HELP
+    };
     const option options[] = {
         {"day", required_argument, nullptr, DAY},
+        {"seed", required_argument, nullptr, SEED},
         {"mode", required_argument, nullptr, MODE},
         {"reflectance", required_argument, nullptr, REFLECTANCE},
         {"distance", required_argument, nullptr, DISTANCE},
@@ -153,6 +169,9 @@ int main(int argc, char **argv)
         switch (found) {
         case DAY:
             what.day = read_day(optarg);
+            break;
+        case SEED:
+            what.seed = static_cast<unsigned>(read_number("seed", optarg, 0, 1e9));
             break;
         case MODE:
             what.mode = static_cast<int>(read_number("mode", optarg, 0, 5));

@@ -47,7 +47,7 @@ def hours(drawing, report, x, width, top, bottom, labels):
 def plain_runs(report):
     """Runs at the constants' own values, by day, mode and reflectance."""
     return {(run["day"], run["mode"], run["reflectance"]): run for run in report["runs"]
-            if "constant" not in run and "distance_m" not in run}
+            if not {"constant", "distance_m", "seed"} & set(run)}
 
 
 # ---- Days -------------------------------------------------------------------------------------------------------------

@@ -47,6 +47,12 @@ struct chance {
     }
 };
 
+// Of each kind of day, and of each seed, its own.
+chance first_of(unsigned kind, unsigned seed)
+{
+    return {kind + uint64_t{seed} * 1000003};
+}
+
 // ---- Parts -----------------------------------------------------------------------------------------------------------
 
 // A curve of straight lines; 0 outside.
@@ -144,12 +150,12 @@ void compose(const parts &p, day_light *day)
     }
 }
 
-void clear_day(day_light *day)
+void clear_day(day_light *day, unsigned)
 {
     compose({}, day);
 }
 
-void restless_day(day_light *day)
+void restless_day(day_light *day, unsigned)
 {
     compose({}, day);
     day->unrest = 0.15;
@@ -161,35 +167,35 @@ void add_clouds(parts *p, chance *dice)
         p->cover.points.push_back({at, dice->between(0, 1)});
 }
 
-void cloudy_day(day_light *day)
+void cloudy_day(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {1};
+    chance dice = first_of(1, seed);
     add_clouds(&p, &dice);
     compose(p, day);
 }
 
-void thundery_day(day_light *day)
+void thundery_day(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {2};
+    chance dice = first_of(2, seed);
     add_clouds(&p, &dice);
     add_thunderstorm(&p, &dice, seconds_at(16), seconds_at(21));
     compose(p, day);
 }
 
-void headlights(day_light *day)
+void headlights(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {3};
+    chance dice = first_of(3, seed);
     add_cars(&p, &dice, seconds_at(17.5), seconds_at(6), 120, 1200, 0.05);
     compose(p, day);
 }
 
-void traffic(day_light *day)
+void traffic(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {4};
+    chance dice = first_of(4, seed);
     add_cars(&p, &dice, seconds_at(17.5), seconds_at(6), 2, 20, 0.1);
     compose(p, day);
 }
@@ -200,14 +206,14 @@ void add_evening(parts *p)
     add_lamp(p, seconds_at(5.5), seconds_at(6.25));
 }
 
-void lamp(day_light *day)
+void lamp(day_light *day, unsigned)
 {
     parts p;
     add_evening(&p);
     compose(p, day);
 }
 
-void glowing_lamp(day_light *day)
+void glowing_lamp(day_light *day, unsigned)
 {
     parts p;
     p.lamp_infrared = INFRARED_OF_GLOWING;
@@ -215,18 +221,18 @@ void glowing_lamp(day_light *day)
     compose(p, day);
 }
 
-void switching(day_light *day)
+void switching(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {5};
+    chance dice = first_of(5, seed);
     add_switching(&p, &dice, seconds_at(20), seconds_at(22), 2, 30);
     compose(p, day);
 }
 
-void everything(day_light *day)
+void everything(day_light *day, unsigned seed)
 {
     parts p;
-    chance dice = {6};
+    chance dice = first_of(6, seed);
     add_clouds(&p, &dice);
     add_thunderstorm(&p, &dice, seconds_at(16), seconds_at(19));
     // One after the other: beams must not overlap.
@@ -237,10 +243,10 @@ void everything(day_light *day)
 }
 
 // Somebody is up at night; detection lights the white LED at every third picture with a person, five pictures a second.
-void visitors(day_light *day)
+void visitors(day_light *day, unsigned seed)
 {
     compose({}, day);
-    chance dice = {7};
+    chance dice = first_of(7, seed);
     const double again_s = 0.6;
     for (double at = seconds_at(20); at < seconds_at(23); at += dice.between(20, 300))
         for (const double end = at + dice.between(5, 40); at < end; at += again_s)
@@ -250,17 +256,23 @@ void visitors(day_light *day)
 } // namespace
 
 const day_kind day_kinds[] = {
-    {"clear", "sun alone", clear_day},
-    {"restless", "the clear day; what moves in the room changes its reflectance by 15 %", restless_day},
-    {"clouds", "broken clouds, 25 to 100 % of the clear sky's light, changing within minutes", cloudy_day},
-    {"thunder", "clouds, and a thunderstorm with lightning over the dusk", thundery_day},
-    {"headlights", "a car's headlights through the window every 2 to 20 minutes of the night", headlights},
-    {"traffic", "a storm of them: every 2 to 20 seconds, one in ten waits in front of the window", traffic},
-    {"lamp", "an LED lamp of 100 lux from 17:30 to 23:00 and from 5:30 to 6:15", lamp},
-    {"glow", "the same with a filament, which gives 3.5 times as much near infrared", glowing_lamp},
-    {"switching", "a storm of it: on and off every 2 to 30 seconds, from 20:00 to 22:00", switching},
-    {"everything", "clouds, thunderstorm, traffic, switching and a restless room in one day", everything},
-    {"visitors", "the clear day; people are seen every 20 to 300 seconds from 20:00 to 23:00", visitors},
+    {"clear", "sun alone", clear_day, false},
+    {"restless", "the clear day; what moves in the room changes its reflectance by 15 %", restless_day,
+     false},
+    {"clouds", "broken clouds, 25 to 100 % of the clear sky's light, changing within minutes", cloudy_day,
+     true},
+    {"thunder", "clouds, and a thunderstorm with lightning over the dusk", thundery_day, true},
+    {"headlights", "a car's headlights through the window every 2 to 20 minutes of the night", headlights,
+     true},
+    {"traffic", "a storm of them: every 2 to 20 seconds, one in ten waits in front of the window", traffic,
+     true},
+    {"lamp", "an LED lamp of 100 lux from 17:30 to 23:00 and from 5:30 to 6:15", lamp, false},
+    {"glow", "the same with a filament, which gives 3.5 times as much near infrared", glowing_lamp, false},
+    {"switching", "a storm of it: on and off every 2 to 30 seconds, from 20:00 to 22:00", switching, true},
+    {"everything", "clouds, thunderstorm, traffic, switching and a restless room in one day", everything,
+     true},
+    {"visitors", "the clear day; people are seen every 20 to 300 seconds from 20:00 to 23:00", visitors,
+     false},
 };
 const int DAY_KINDS = static_cast<int>(std::size(day_kinds));
 

@@ -1,5 +1,5 @@
 // Days of light for a room: what the sun, clouds, cars and lamps give from one morning to the next, and when somebody
-// comes by. Made from published figures (docs/light.md names them) and a fixed seed, so that a day is the same in every
+// comes by. Made from published figures (docs/light.md names them) and a seed, so that a day is the same in every
 // run. Pure functions; any thread.
 #ifndef DAYS_H
 #define DAYS_H
@@ -21,7 +21,9 @@ struct day_light {
 
 struct day_kind {
     const char *name, *what;
-    void (*make)(day_light *day);
+    // Of the same kind, another seed gives another day, where chance is in it; 0 is the one of most reports.
+    void (*make)(day_light *day, unsigned seed);
+    bool chance; // there is in its light
 };
 // In the order of reports; the first is the clear day.
 extern const day_kind day_kinds[];

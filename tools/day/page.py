@@ -61,6 +61,25 @@ def span(values, form="{:g}"):
     return low if low == high else f"{low} to {high}"
 
 
+def seeds_table(report):
+    """What chance does: the switches of other days of the same kind."""
+    groups = {}
+    for run in report["runs"]:
+        if "seed" in run:
+            groups.setdefault((run["day"], run["mode"]), []).append(run)
+    rows = []
+    for day in report["days"]:
+        if (day["name"], 3) in groups:
+            row = [f"`{day['name']}`", len(groups[day["name"], 3])]
+            for mode in (3, 4):
+                counts = sorted(count(run) for run in groups[day["name"], mode])
+                row += [counts[0], counts[len(counts) // 2], counts[-1]]
+            rows.append(row)
+    bad = sum(wrong(run) > 0 for runs in groups.values() for run in runs)
+    return table(("", "days", *(f"mode {mode}: {what}" for mode in (3, 4) for what in ("least", "median", "most"))), rows) \
+        + f"\nOf these {sum(map(len, groups.values()))} runs, {bad} had a second in the wrong mode.\n"
+
+
 def flips(report):
     """Nights in which the camera's own lamp is the day, on the clear day: a row for each mode and distance."""
     groups = {}
@@ -134,6 +153,7 @@ def made_of(text):
     for mode in (3, 4, 5):
         page = fill(page, f"mode {mode}", mode_table(report, mode))
     page = fill(page, "mode 0", same_as_three(report))
+    page = fill(page, "seeds", seeds_table(report))
     page = fill(page, "flips", flips(report))
     page = fill(page, "constants", constants_table(report))
     files["light.md"] = fill(page, "constants at the middle", constants_summary(report))

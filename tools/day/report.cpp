@@ -95,6 +95,8 @@ json_object *run_object(const day_run_settings &what, const day_result &result, 
     json_object_object_add(object, "reflectance", short_number(what.reflectance));
     if (what.distance != DAY_LAMPS_MEASURED_AT_M)
         json_object_object_add(object, "distance_m", short_number(what.distance));
+    if (what.seed != 0)
+        json_object_object_add(object, "seed", json_object_new_int64(what.seed));
     for (const auto &[constant, factor] : what.varied) {
         json_object_object_add(object, "constant", json_object_new_string(day_constants[constant].name));
         json_object_object_add(object, "factor", short_number(factor));
@@ -144,7 +146,7 @@ std::string text_of(json_object *object)
 
 // ---- Everything ----------------------------------------------------------------------------------------------------
 
-enum { SWITCHES_REPORTED = 4 };
+enum { SWITCHES_REPORTED = 4, SEEDS = 20 };
 
 std::vector<day_run_settings> report_runs(void)
 {
@@ -179,6 +181,17 @@ std::vector<day_run_settings> report_runs(void)
                         runs.push_back(one);
                 }
         }
+    // Days of chance, each with other seeds.
+    for (int day = 0; day < DAY_KINDS; day++)
+        for (unsigned seed = 1; seed <= SEEDS; seed++)
+            for (int mode : {3, 4}) {
+                day_run_settings one;
+                one.day = day;
+                one.mode = mode;
+                one.seed = seed;
+                if (day_kinds[day].chance)
+                    runs.push_back(one);
+            }
     return runs;
 }
 
@@ -233,7 +246,7 @@ void day_report(int jobs)
            DAY_BRIGHT_LUX, DAY_DARK_LUX, DAY_GRACE_S, DAY_BEGINS_HOUR);
     for (int day = 0; day < DAY_KINDS; day++) {
         day_light light;
-        day_kinds[day].make(&light);
+        day_kinds[day].make(&light, 0);
         json_object *object = json_object_new_object();
         json_object_object_add(object, "name", json_object_new_string(day_kinds[day].name));
         json_object_object_add(object, "what", json_object_new_string(day_kinds[day].what));
@@ -262,7 +275,7 @@ void day_report(int jobs)
             started.push_back(day_job_start([&what] {
                 day_light light;
                 day_result result;
-                const size_t switches = what.varied.empty() ? SWITCHES_REPORTED : 0;
+                const size_t switches = what.varied.empty() && what.seed == 0 ? SWITCHES_REPORTED : 0;
                 return day_run_here(what, &light, &result) ? day_run_json(what, result, switches)
                                                            : std::string();
             }));

@@ -66,7 +66,7 @@ bool day_run_here(const day_run_settings &what, day_light *light, day_result *re
         fprintf(stderr, "naro-day: %s: %s\n", root.c_str(), strerror(errno));
         return false;
     }
-    day_kinds[what.day].make(light);
+    day_kinds[what.day].make(light, what.seed);
     day_settings settings = {};
     settings.light = light;
     settings.mode = what.mode;

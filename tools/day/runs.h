@@ -27,6 +27,7 @@ struct day_run_settings {
     double reflectance = 0.4, distance = DAY_LAMPS_MEASURED_AT_M;
     std::vector<std::pair<int, double>> varied; // number of a constant, factor
     bool other_sensor = false;
+    unsigned seed = 0;     // of the day
     bool timeline = false; // the report draws it
 };
 

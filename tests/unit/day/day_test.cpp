@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <math.h>
+#include <string.h>
 
 #include "maps.h"
 #include "naro_util.h"
@@ -18,7 +19,7 @@ day_light named(const std::string &name)
     day_light light;
     for (int i = 0; i < DAY_KINDS; i++)
         if (name == day_kinds[i].name)
-            day_kinds[i].make(&light);
+            day_kinds[i].make(&light, 0);
     return light;
 }
 
@@ -75,7 +76,7 @@ TEST(Days, EachIsWholeAndBeginsAndEndsByDay)
 {
     for (int i = 0; i < DAY_KINDS; i++) {
         day_light light;
-        day_kinds[i].make(&light);
+        day_kinds[i].make(&light, 0);
         ASSERT_FALSE(light.moments.empty());
         EXPECT_EQ(light.moments.front().seconds, 0) << day_kinds[i].name;
         EXPECT_GE(light.moments.back().seconds, DAY_S);
@@ -87,6 +88,22 @@ TEST(Days, EachIsWholeAndBeginsAndEndsByDay)
             ASSERT_GE(light.moments[j].infrared, 0);
         }
     }
+}
+
+TEST(Days, ASeedGivesAnotherOfItsKind)
+{
+    const auto of = [](const char *name, unsigned seed) {
+        day_light light;
+        for (int i = 0; i < DAY_KINDS; i++)
+            if (strcmp(name, day_kinds[i].name) == 0)
+                day_kinds[i].make(&light, seed);
+        return light.moments.size() > 5000 ? light_schedule_at(light.moments, 40000).lux
+                                           : light.moments[1000].lux;
+    };
+    EXPECT_EQ(of("clouds", 3), of("clouds", 3));
+    EXPECT_NE(of("clouds", 3), of("clouds", 4));
+    EXPECT_NE(of("clouds", 3), of("thunder", 3));
+    EXPECT_EQ(of("clear", 3), of("clear", 4)) << "no chance in it";
 }
 
 TEST(Days, HaveWhatTheyAreNamedAfter)

@@ -28,7 +28,8 @@ json_object *kept_run(json_object *kept, const Row &row)
         if (strcmp(json_object_get_string(json_object_object_get(one, "day")), row.day) == 0 &&
             json_object_get_int(json_object_object_get(one, "mode")) == row.mode &&
             json_object_get_double(json_object_object_get(one, "reflectance")) == row.reflectance &&
-            !json_object_object_get(one, "constant") && !json_object_object_get(one, "distance_m"))
+            !json_object_object_get(one, "constant") && !json_object_object_get(one, "distance_m") &&
+            !json_object_object_get(one, "seed"))
             return one;
     }
     return nullptr;
@@ -40,7 +41,7 @@ day_result run(const Row &row)
     day_light light;
     for (int i = 0; i < DAY_KINDS; i++)
         if (strcmp(row.day, day_kinds[i].name) == 0)
-            day_kinds[i].make(&light);
+            day_kinds[i].make(&light, 0);
     day_settings settings = {};
     settings.light = &light;
     settings.mode = row.mode;
