@@ -1,12 +1,14 @@
 // The process that turns the camera's head: reads the daemon's rotate requests from the mailbox, moves as
 // motor_model.h says, and shows the camera where the view is. Or, asked with --turn, leaves a request itself.
 #include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <string>
+#include <sys/file.h>
 
 #include "desk.h"
 #include "libvardex.h"
@@ -42,6 +44,7 @@ enum {
     TURN_PATIENCE_MS = 20000,
 };
 
+const char LOCK_PATH[] = "/run/naro/motor_lock";
 const char LAYER[] = "nvram", KEY[] = "motor";
 
 struct {
@@ -148,8 +151,23 @@ void handle_signals(void)
         sigaction(number, &action, nullptr);
 }
 
+// One head has one driver. The lock ends with the process, however that ends. False after saying why.
+bool be_the_only_one(void)
+{
+    const int file = naro_open(LOCK_PATH, O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+    if (file >= 0 && flock(file, LOCK_EX | LOCK_NB) == 0)
+        return true; // and stays open
+    if (file >= 0 && errno == EWOULDBLOCK)
+        desk_say("another motor drives this camera already");
+    else
+        desk_say("%s%s: %s", naro_root(), LOCK_PATH, strerror(errno));
+    return false;
+}
+
 int drive(void)
 {
+    if (!be_the_only_one())
+        return 1;
     motor_view_file *view = motor_view_open(false);
     if (!view) {
         desk_say("%s%s: %s", naro_root(), MOTOR_VIEW_PATH, strerror(errno));

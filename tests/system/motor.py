@@ -131,6 +131,14 @@ class Motor(SystemTest):
         self.request(b"[4,0,2]")
         self.wait_for_move(motor, "[4,0,2]")
 
+    def test_one_head_has_one_driver(self):
+        motor = self.motor()
+        second = self.start("naro_motor")
+        self.assertEqual(second.wait(), 1)
+        second.wait_for("another motor drives this camera already")
+        self.request(b"[2,0,1]")
+        self.wait_for_move(motor, "[2,0,1]")
+
     def test_killed_in_mid_move_it_goes_on_from_where_the_head_stands(self):
         motor = self.motor("--set", "pan_speed=20")
         self.request(b"[100,0,0]")
