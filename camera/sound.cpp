@@ -52,6 +52,8 @@ bool read_moment(const std::string &line, sound_moment *moment)
 {
     char *end;
     moment->seconds = strtod(line.c_str(), &end);
+    if (strlen(line.c_str()) != line.size()) // a zero byte, which no text has
+        return false;
     if (end == line.c_str() || !(moment->seconds >= 0 && moment->seconds <= 1e9))
         return false;
     std::string word = skip_blanks(end);
@@ -176,7 +178,7 @@ int sound_schedule_parse(const std::string &text, std::vector<sound_moment> *sch
         from = end + 1;
         number++;
         line = line.substr(0, line.find('#'));
-        if (!*skip_blanks(line.c_str()))
+        if (line.find_first_not_of(" \t\r") == std::string::npos)
             continue;
         sound_moment moment;
         if (!read_moment(line, &moment)) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <ev.h>
+#include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,7 +26,7 @@ namespace
 
 using testing::DoubleNear;
 using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::StartsWith;
 
 const std::string folder = scratch_root();
 
@@ -87,6 +88,16 @@ TEST(Meter, TakesTheLoudestChannel)
     EXPECT_EQ(sine(&meter, 8000, 0.3, 1, 12, 8).back(), -120) << "more channels than are heard";
 }
 
+TEST(Meter, NothingIsHeardOfChannelsThatAreNotThere)
+{
+    sound_meter meter;
+    sound_meter_start(&meter, 10);
+    const double sample[] = {0, 0, 1, 1};
+    double db = 0;
+    EXPECT_TRUE(sound_meter_add(&meter, sample, 2, &db));
+    EXPECT_EQ(db, -120);
+}
+
 TEST(Meter, WhatIsNoNumberIsSilence)
 {
     sound_meter meter;
@@ -131,6 +142,14 @@ TEST(Schedule, IsRead)
     EXPECT_EQ(schedule[4].seconds, 1e9);
 }
 
+TEST(Schedule, IsNotAddedToAnother)
+{
+    std::vector<sound_moment> schedule = {{5, true}};
+    std::string error;
+    EXPECT_EQ(sound_schedule_parse("1 quiet\n3 loud", &schedule, &error), 0);
+    EXPECT_EQ(schedule.size(), 2u);
+}
+
 TEST(Schedule, WhatIsNoneIsSaid)
 {
     const std::string wanted = ": seconds, from 0 to a thousand million, and then loud or quiet are wanted";
@@ -138,6 +157,9 @@ TEST(Schedule, WhatIsNoneIsSaid)
     for (const char *line :
          {"loud", "1", "1 Loud", "1 loud quiet", "-1 loud", "nan loud", "1.1e9 loud", "1 2 loud"})
         EXPECT_EQ(refused(line), "line 1" + wanted) << line;
+    for (const std::string &line :
+         {std::string("1 loud\0", 7), std::string("\0", 1), std::string("1\0 loud", 7)})
+        EXPECT_EQ(refused(line), "line 1" + wanted) << "zero bytes";
     EXPECT_EQ(refused("2 loud\n1 quiet"), "line 2: times go back");
     for (const char *text : {"", "\n\n", "# nothing"})
         EXPECT_EQ(refused(text), "there is no sound in it");
@@ -171,6 +193,14 @@ TEST(Schedule, BeginsAnewAtItsLastLine)
 
 uint64_t source_ms;
 int told;
+
+size_t open_descriptors()
+{
+    size_t count = 0;
+    for (int fd = 0; fd < 100; fd++)
+        count += fcntl(fd, F_GETFD) >= 0;
+    return count;
+}
 
 class Ear : public testing::Test
 {
@@ -258,6 +288,16 @@ TEST_F(Ear, KnowsItsLevel)
     EXPECT_FALSE(sound_get_counts()->has_level);
 }
 
+TEST_F(Ear, ForgetsWhatIsOver)
+{
+    start();
+    for (const int ms : {100, 200, 9600})
+        sound_measured(ms, -3);
+    EXPECT_EQ(at(10000), 1u);
+    EXPECT_EQ(at(200), 0u) << "nobody plays backwards";
+    EXPECT_EQ(at(9600), 1u);
+}
+
 TEST_F(Ear, TheThresholdIsAsked)
 {
     settings.threshold_db = -40;
@@ -314,15 +354,21 @@ TEST_F(Ear, AScheduleThatCannotBeReadIsSaid)
 {
     const std::string missing = folder + "/missing", wrong = folder + "/wrong", large = folder + "/large";
     std::ofstream(wrong) << "1 loud\n0 loud\n";
-    std::ofstream(large) << std::string(SOUND_FILE_MAX, '\n') + "1 loud";
+    std::ofstream(large) << std::string(SOUND_FILE_MAX - 5, '\n') + "1 loud";
+    const size_t before = open_descriptors();
     for (const auto &[path, why] :
          {std::pair(missing, "No such file"), std::pair(wrong, "line 2: times go back"),
           std::pair(large, "larger than a schedule can be")}) {
         settings.schedule = path.c_str();
         OutputCapture errors(STDERR_FILENO);
         EXPECT_EQ(sound_start(loop, &settings), -1);
-        EXPECT_THAT(errors.text(), HasSubstr(path + ": " + why));
+        EXPECT_THAT(errors.text(), StartsWith("naro: " + path + ": " + why));
     }
+    EXPECT_EQ(open_descriptors(), before);
+    std::ofstream(large) << std::string(SOUND_FILE_MAX - 6, '\n') + "1 loud";
+    settings.schedule = large.c_str();
+    start();
+    EXPECT_EQ(at(1000), 1u) << "the largest";
 }
 
 TEST_F(Ear, CountsWhatTheDaemonTells)
@@ -343,7 +389,8 @@ TEST_F(Ear, CountsWhatTheDaemonTells)
     EXPECT_TRUE(until([] { return sound_get_counts()->told + sound_get_counts()->bad == 4; }));
     EXPECT_EQ(sound_get_counts()->told, 2u);
     EXPECT_EQ(told, 2);
-    EXPECT_THAT(errors.text(), HasSubstr("a message of 3 bytes on /run/lsd_event is no time; dropped"));
+    EXPECT_EQ(errors.text(), "naro: a message of 3 bytes on /run/lsd_event is no time; dropped\n"
+                             "naro: a message of 1 bytes on /run/lsd_event is no time; dropped\n");
     shbfev_brd_destroy(daemon);
 }
 

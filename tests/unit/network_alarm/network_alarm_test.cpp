@@ -320,9 +320,9 @@ TEST_F(Client, TheServersAddressIsLookedAt)
 TEST_F(Client, ARun)
 {
     listen();
-    std::string said, at_start;
+    std::string said, at_start, errors;
     {
-        OutputCapture out(STDOUT_FILENO);
+        OutputCapture out(STDOUT_FILENO), err(STDERR_FILENO);
         EXPECT_EQ(network_is_inited(), 0);
         EXPECT_EQ(network_last_sent(), 0u);
         EXPECT_EQ(network_init(), 0);
@@ -335,7 +335,9 @@ TEST_F(Client, ARun)
         EXPECT_EQ(network_exit(), 0);
         EXPECT_EQ(network_is_inited(), 0);
         said = out.text();
+        errors = err.text();
     }
+    EXPECT_EQ(errors, "");
     EXPECT_EQ(at_start, connected_line);
     // Deliberate: the quit line comes twice.
     EXPECT_EQ(said, std::string(quit_line) + quit_line + finished_line);
@@ -489,6 +491,14 @@ TEST_F(Client, AQueueThatFailsEndsTheThread)
     EXPECT_EQ(said, std::string(connected_line) + "yuv queue dequeue fail, quit\r\n");
     ASSERT_EQ(network_queue_list_init(NETWORK_QUIT_BYTES, 1), 0);
     EXPECT_EQ(network_exit(), 0);
+    // Nobody has taken the quit element.
+    char payload[5] = "";
+    uint32_t size = 0, width = 9, height = 9, type = 0;
+    uint64_t timestamp = 9;
+    ASSERT_EQ(network_queue_list_dequeue(payload, &size, &width, &height, &type, &timestamp), 0);
+    EXPECT_EQ(std::string(payload, size), std::string("quit\0", 5));
+    EXPECT_EQ(type, 256u);
+    EXPECT_EQ(width + height + timestamp, 0u);
 }
 
 TEST_F(Client, RunsAgainOnTheSameQueue)
