@@ -3,11 +3,13 @@
 
 #include <ev.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "fake_clock.h"
 #include "isolate.h"
@@ -73,6 +75,16 @@ TEST_F(Lines, AShortPulseMovesNothing)
     set(BOARD_COIL_NIGHT, true, 1000);
     set(BOARD_COIL_NIGHT, false, 1100);
     EXPECT_FALSE(board.filter_day);
+}
+
+TEST_F(Lines, AShortPulseIsShortAtAnyTime)
+{
+    for (uint64_t at : {uint64_t{1000}, uint64_t{0xFFFFFFFFu} - 50}) {
+        set(BOARD_COIL_NIGHT, true, at);
+        set(BOARD_COIL_NIGHT, false, at + 99);
+        EXPECT_TRUE(board.filter_day) << at;
+    }
+    EXPECT_EQ(board.breaches, 0u);
 }
 
 TEST_F(Lines, BothHighIsABreach)
@@ -142,6 +154,15 @@ struct Files : testing::Test {
     {
         put(name, text);
         ev_run(loop, EVRUN_NOWAIT);
+    }
+    // A value of line 78, stamped with the fake clock's time.
+    void stamped(const char *text)
+    {
+        put("gpio/gpio78/value", text);
+        const uint64_t ms = clock.wall_ms();
+        const timespec stamp = {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
+        const timespec both[2] = {stamp, stamp};
+        ASSERT_EQ(utimensat(AT_FDCWD, path("gpio/gpio78/value").c_str(), both, 0), 0);
     }
     const board_state &board() const { return *board_get(); }
     FakeClock clock;
@@ -286,14 +307,6 @@ TEST_F(Files, BothLinesLeftHighAreBothFoundTooLong)
 TEST_F(Files, ABusyLoopDoesNotMakeAPulseLonger)
 {
     OutputCapture errors(STDERR_FILENO);
-    // What is written is stamped with the fake clock's time.
-    const auto stamped = [&](const char *text) {
-        put("gpio/gpio78/value", text);
-        const uint64_t ms = clock.wall_ms();
-        const timespec stamp = {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
-        const timespec both[2] = {stamp, stamp};
-        ASSERT_EQ(utimensat(AT_FDCWD, path("gpio/gpio78/value").c_str(), both, 0), 0);
-    };
     stamped("1");
     clock.advance_ms(400); // busy
     ev_run(loop, EVRUN_NOWAIT);
@@ -311,6 +324,39 @@ TEST_F(Files, ABusyLoopDoesNotMakeAPulseLonger)
     ev_run(loop, EVRUN_NOWAIT);
     clock.advance_ms(1);
     EXPECT_EQ(board().breaches, 1u);
+}
+
+TEST_F(Files, AStampIsBelievedForTenSeconds)
+{
+    OutputCapture errors(STDERR_FILENO);
+    for (uint64_t late_ms : {10001, 10000}) {
+        stamped("1");
+        clock.advance_ms(late_ms);
+        ev_run(loop, EVRUN_NOWAIT);
+        clock.advance_ms(0);
+        EXPECT_EQ(board().breaches, late_ms > 10000 ? 0u : 1u) << late_ms;
+        stamped("0");
+        ev_run(loop, EVRUN_NOWAIT);
+    }
+}
+
+TEST_F(Files, NoDescriptorIsLeftOpen)
+{
+    const auto open_descriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = open_descriptors();
+    write("gpio/gpio45/value", "1");
+    write("gpio/gpio45/direction", "out");
+    write("gpio/gpio45/direction", "in");
+    write("gpio/gpio45/value", "");
+    write("pwm/pwmchip0/pwm4/duty_cycle", "30");
+    EXPECT_EQ(open_descriptors(), before);
+    board_stop();
+    EXPECT_EQ(open_descriptors(), before - 1);
+    EXPECT_EQ(board_start(loop, nullptr), 0);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(Files, AStampOfAnotherClockSaysNothing)
@@ -361,6 +407,23 @@ TEST(Board, WhatCannotBeMadeIsSaid)
     EXPECT_THAT(errors.text(), HasSubstr("the board: /sys/class/gpio/export: Not a directory"));
     board_stop();
     ev_loop_destroy(loop);
+}
+
+TEST(Board, AFileThatCannotBeWrittenIsSaid)
+{
+    struct ev_loop *loop = ev_loop_new(EVFLAG_AUTO);
+    std::filesystem::create_directories(root + "/sys/class/gpio/unexport");
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(board_start(loop, nullptr), -1);
+    EXPECT_THAT(errors.text(), HasSubstr("the board: /sys/class/gpio/unexport: Is a directory"));
+    ev_loop_destroy(loop);
+}
+
+TEST(Board, OneThatWasNotStartedIsNotStopped)
+{
+    board_stop();
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        EXPECT_GE(fcntl(fd, F_GETFD), 0);
 }
 
 } // namespace
