@@ -164,7 +164,6 @@ int start(void)
     install_handlers();
     state.socket = fd;
     pthread_mutex_lock(&state.lock);
-    state.sending = true;
     state.last_sent = 0;
     // Under the lock, so that nobody finds a sender without its number.
     state.inited = pthread_create(&state.thread, nullptr, network_task, nullptr) == 0;

@@ -187,6 +187,7 @@ TEST(Schedule, BeginsAnewAtItsLastLine)
         EXPECT_FALSE(sound_schedule_at(schedule, round + 9.999, true));
     }
     EXPECT_TRUE(sound_schedule_at(parsed("0 loud"), 5, true)) << "one that has no length";
+    EXPECT_TRUE(sound_schedule_at(parsed("0.4 loud\n0.5 quiet"), 0.9, true));
 }
 
 // ---- The ear ----------------------------------------------------------------------------------------------------
@@ -348,6 +349,11 @@ TEST_F(Ear, ScheduleInsteadOfTheSourcesSound)
     settings.loop = true;
     start();
     EXPECT_EQ(at(5000), 1u);
+    EXPECT_EQ(sound_get_counts()->asked, 1u);
+    settings.schedule = nullptr;
+    start();
+    EXPECT_EQ(sound_get_counts()->asked, 0u) << "from the beginning";
+    EXPECT_EQ(at(5000), 0u);
 }
 
 TEST_F(Ear, AScheduleThatCannotBeReadIsSaid)
@@ -369,6 +375,25 @@ TEST_F(Ear, AScheduleThatCannotBeReadIsSaid)
     settings.schedule = large.c_str();
     start();
     EXPECT_EQ(at(1000), 1u) << "the largest";
+}
+
+TEST_F(Ear, IsDeafAfterItsEnd)
+{
+    start();
+    sound_measured(100, -3);
+    EXPECT_EQ(at(100), 1u);
+    sound_stop();
+    EXPECT_EQ(sound_answer(), 0u);
+    sound_stop(); // and does nothing more
+}
+
+TEST_F(Ear, AChannelThatCannotBeOpenedIsSaid)
+{
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(sound_start(nullptr, &settings), -1);
+    EXPECT_EQ(errors.text(), "naro: the channel /run/lsd_event cannot be opened\n");
+    EXPECT_EQ(sound_answer(), 0u);
+    EXPECT_EQ(sound_get_counts()->asked, 0u);
 }
 
 TEST_F(Ear, CountsWhatTheDaemonTells)

@@ -41,6 +41,9 @@ const char alarm_line[] = "just for interrupt connect handler....\r\n";
 struct Calls {
     std::atomic<int> create_error{0}, join_error{0}, socket_error{0}, bind_error{0};
     std::atomic<bool> buffer_refused{false};
+    std::atomic<void *> buffer{nullptr};
+    std::atomic<int> kills{0};        // signals to threads
+    std::atomic<int> buffers{0};      // of the sender, that are there
     std::atomic<int> writes{0};       // to sockets
     std::atomic<int> short_writes{0}; // that ended by a signal, with a part or nothing
     std::atomic<int> last_write_error{0};
@@ -342,6 +345,7 @@ TEST_F(Client, ARun)
     // Deliberate: the quit line comes twice.
     EXPECT_EQ(said, std::string(quit_line) + quit_line + finished_line);
     EXPECT_TRUE(peer.ended()) << "and nothing of the quit element was sent";
+    EXPECT_EQ(calls.buffers, 0);
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
@@ -365,6 +369,20 @@ TEST_F(Client, ExitOfWhatWasNeverStarted)
     OutputCapture out(STDOUT_FILENO);
     EXPECT_EQ(network_exit(), 0);
     EXPECT_EQ(out.text(), std::string("network already destroied\r\n") + finished_line);
+}
+
+// Deliberate: the number 0 means that there is no connection, so a socket of that number stays open.
+TEST_F(Client, ASocketOfTheNumberZeroIsSentToButNotClosed)
+{
+    listen();
+    close(STDIN_FILENO);
+    ASSERT_EQ(network_init(), 0);
+    peer = server->accept();
+    enqueue("zero");
+    EXPECT_EQ(peer.receive(13), frame("zero"));
+    EXPECT_EQ(network_exit(), 0);
+    EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
+    EXPECT_TRUE(peer.silent());
 }
 
 TEST_F(Client, ASecondInitIsRefusedAndTheFirstGoesOn)
@@ -484,7 +502,11 @@ TEST_F(Client, AQueueThatFailsEndsTheThread)
         EXPECT_EQ(network_init(), 0);
         EXPECT_TRUE(out.wait_for("quit"));
         EXPECT_EQ(network_is_inited(), 1);
-        EXPECT_EQ(network_alarm_send(), 0);
+        EXPECT_TRUE(comes([] { // once it has ended, it is sent no more signals
+            const int before = calls.kills;
+            EXPECT_EQ(network_alarm_send(), 0);
+            return calls.kills == before;
+        }));
         said = out.text();
         EXPECT_EQ(network_exit(), -1) << "there is still no queue";
     }
@@ -977,7 +999,27 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t length)
 void *__real_naro_malloc(size_t, size_t);
 void *__wrap_naro_malloc(size_t size, size_t alignment)
 {
-    return size == NETWORK_TX_BYTES && calls.buffer_refused ? nullptr : __real_naro_malloc(size, alignment);
+    if (size != NETWORK_TX_BYTES)
+        return __real_naro_malloc(size, alignment);
+    if (calls.buffer_refused)
+        return nullptr;
+    calls.buffers++;
+    return calls.buffer = __real_naro_malloc(size, alignment);
+}
+
+void __real_naro_free(void *);
+void __wrap_naro_free(void *memory)
+{
+    if (memory && memory == calls.buffer)
+        calls.buffers--;
+    __real_naro_free(memory);
+}
+
+int __real_pthread_kill(pthread_t, int);
+int __wrap_pthread_kill(pthread_t thread, int number)
+{
+    calls.kills++;
+    return __real_pthread_kill(thread, number);
 }
 
 // In front of the C library's.
