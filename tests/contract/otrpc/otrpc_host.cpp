@@ -39,6 +39,7 @@ const string path = root + OTRPC_PATH;
 
 char thread_name[16];
 std::atomic<int> refuse_accepts{0}; // so many fail, with EMFILE
+std::atomic<bool> no_thread{false};
 std::atomic<bool> strangers{false}; // whoever comes is another user
 std::atomic<int> calls{0};
 
@@ -314,6 +315,25 @@ TEST_F(OtrpcHost, ALivingProgramKeepsIt)
         close(fd);
 }
 
+TEST_F(OtrpcHost, WithoutAThreadNothingIsLeft)
+{
+    ASSERT_EQ(otrpc_start(), 0); // the root's own descriptor stays
+    otrpc_stop();
+    const int before = descriptors();
+    no_thread = true;
+    EXPECT_EQ(otrpc_start(), -1);
+    no_thread = false;
+    EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{
+                                 NARO_LOG_ERR, "[otrpc] /run/naro/otrpc cannot be opened: Resource "
+                                               "temporarily unavailable\n"}));
+    EXPECT_EQ(descriptors(), before);
+    int result;
+    EXPECT_EQ(otrpc_call("hello", 1000, &result), -ENOENT);
+    otrpc_stop();
+    EXPECT_EQ(otrpc_start(), 0);
+    EXPECT_EQ(otrpc_call("hello", 10000, &result), 0);
+}
+
 TEST_F(OtrpcHost, SomethingElseInItsPlace)
 {
     std::filesystem::create_directories(root + "/run/naro");
@@ -374,6 +394,14 @@ int __wrap_accept4(int fd, sockaddr *address, socklen_t *length, int flags)
         return -1;
     }
     return __real_accept4(fd, address, length, flags);
+}
+
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
+                          void *argument);
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
+                          void *argument)
+{
+    return no_thread ? EAGAIN : __real_pthread_create(thread, attr, start, argument);
 }
 
 // shbf_peer_allowed(uid_t)

@@ -128,6 +128,8 @@ TEST_F(RecordFile, OddRecords)
     odd.reserved = 5;
     EXPECT_THAT(remarks(read(header + bytes(odd) + record(eight) + bytes(odd))),
                 ElementsAre("! 2 records with something where nothing belongs"));
+    EXPECT_THAT(remarks(read(header + bytes(odd))),
+                ElementsAre("! 1 records with something where nothing belongs"));
     EXPECT_THAT(remarks(read(header + record(eight + 1) + record(eight + 1) + record(eight))),
                 ElementsAre("1 times a record is older than the one before it: the clock was set back"));
 }
@@ -136,6 +138,8 @@ TEST_F(RecordFile, FoldersOfHours)
 {
     EXPECT_TRUE(record_folder_is_hour("2021031408"));
     EXPECT_TRUE(record_folder_is_hour("12021031408"));
+    EXPECT_TRUE(record_folder_is_hour("992021031408"));
+    EXPECT_FALSE(record_folder_is_hour("2021031~08"));
     for (const char *name : {"", "202103140", "202103140x", "2021-03-14", "2021031408123", ".."})
         EXPECT_FALSE(record_folder_is_hour(name)) << name;
 }
@@ -147,6 +151,9 @@ TEST_F(RecordFile, ARecordBelongsToTheHourThatItWasSomewhere)
     EXPECT_FALSE(record_belongs("2021031408", eight - 14 * 3600 - 1));
     EXPECT_TRUE(record_belongs("2021031408", eight + 13 * 3600 - 1));
     EXPECT_FALSE(record_belongs("2021031408", eight + 13 * 3600));
+    EXPECT_TRUE(record_belongs("2021031423", eight + 15 * 3600));
+    EXPECT_TRUE(record_belongs("2019091909", 1568883600));
+    EXPECT_FALSE(record_belongs("2021031424", eight + 16 * 3600));
     EXPECT_FALSE(record_belongs("2021031408", INT64_MAX));
     EXPECT_FALSE(record_belongs("2021031408", INT64_MIN));
     for (const char *name : {"2021021408", "2021130108", "2021031424", "2021023008", "records", "2021000008"})
@@ -216,6 +223,7 @@ TEST_F(RecordFile, Moments)
     EXPECT_EQ(moment("2021-03-14", true), eight - 8 * 3600);
     EXPECT_EQ(moment("2021-03-14 08:00", true), eight);
     EXPECT_EQ(moment("2021-03-14T08:00:07", true), eight + 7);
+    EXPECT_EQ(moment("2019-09-19 09:59:59", true), 1568887199);
     EXPECT_EQ(moment("2021-03-14 08:00", false), eight - 3600);
     EXPECT_EQ(moment("2021-07-14 08:00", false), 1626242400) << "summer time";
     for (const char *wrong : {"",
@@ -225,6 +233,13 @@ TEST_F(RecordFile, Moments)
                               "2021",
                               "2021-03",
                               "2021-3-14",
+                              "2021x03-14",
+                              "2021-03x14",
+                              "2021-03-14x08:00",
+                              "2021-03-14 08x00",
+                              "2021-03-14 08:00x07",
+                              "202/-03-14",
+                              "202:-03-14",
                               "2021-02-29",
                               "2021-13-01",
                               "2021-00-01",
