@@ -5,8 +5,9 @@
 //                the blank is for the motor); the result of each is printed
 //   motor        makes the lock, then prints each text that comes, and clears the slot at once
 //   slow         the same, but clears the slot when told so: a line on standard input
-//   hammer N     N times: the lock, one more on a counter that nothing else guards, unlocked
-//   library N    the same with the C library's own mutex, blocking, where it has the mailbox's 24 bytes
+//   hammer MS    for so long: the lock, one more on a counter that nothing else guards, unlocked; says how
+//                often
+//   library MS   the same with the C library's own mutex, blocking, where it has the mailbox's 24 bytes
 //   hold         takes the lock and keeps it, until a line comes
 //   scribble     writes nonsense over every byte, again and again
 //   make         makes the lock
@@ -109,47 +110,73 @@ static int visit()
     }
     now.inside = 1;
     memcpy(box->text, &now, sizeof now);
-    __asm__ volatile("" ::: "memory"); // the stores above and below are not to be made one
+    for (volatile int i = 0; i < 100; i = i + 1) // long enough to be met in
+        __asm__ volatile("" ::: "memory");
     now.inside = 0;
     now.counter++;
     memcpy(box->text, &now, sizeof now);
     return 0;
 }
 
-static int hammer(long rounds)
+static void lock_by_trying()
+{
+    while (motor_mailbox_lock_try(&box->lock) != 0)
+        sched_yield();
+}
+
+static void unlock()
+{
+    motor_mailbox_lock_release(&box->lock);
+}
+
+static pthread_mutex_t *library_mutex()
+{
+    return reinterpret_cast<pthread_mutex_t *>(&box->lock);
+}
+
+// Aborts when the lock's words are not as the library leaves them.
+static void library_lock()
+{
+    pthread_mutex_lock(library_mutex());
+}
+
+static void library_unlock()
+{
+    pthread_mutex_unlock(library_mutex());
+}
+
+static int64_t now_ms()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+static int visits(long ms, void (*take)(), void (*give)())
 {
     char line[64];
     ready();
     next_line(line, sizeof line);
-    for (long i = 0; i < rounds; i++) {
-        while (motor_mailbox_lock_try(&box->lock) != 0)
-            sched_yield();
+    const int64_t end = now_ms() + ms;
+    long count = 0;
+    do {
+        take();
         if (visit() != 0)
             return 1;
-        motor_mailbox_lock_release(&box->lock);
-    }
-    puts("done");
+        give();
+        count++;
+    } while (now_ms() < end);
+    printf("done: %ld\n", count);
     return 0;
 }
 
-static int library(long rounds)
+static int library(long ms)
 {
     if (sizeof(pthread_mutex_t) != MOTOR_MAILBOX_LOCK_BYTES) {
         puts("the library's mutex is another one here");
         return 1;
     }
-    pthread_mutex_t *mutex = reinterpret_cast<pthread_mutex_t *>(&box->lock);
-    char line[64];
-    ready();
-    next_line(line, sizeof line);
-    for (long i = 0; i < rounds; i++) {
-        pthread_mutex_lock(mutex); // which aborts when the lock's words are not as it left them
-        if (visit() != 0)
-            return 1;
-        pthread_mutex_unlock(mutex);
-    }
-    puts("done");
-    return 0;
+    return visits(ms, library_lock, library_unlock);
 }
 
 static int hold()
@@ -207,7 +234,7 @@ int main(int argc, char **argv)
     if (strcmp(role, "slow") == 0)
         return motor_end(true);
     if (strcmp(role, "hammer") == 0)
-        return hammer(number);
+        return visits(number, lock_by_trying, unlock);
     if (strcmp(role, "library") == 0)
         return library(number);
     if (strcmp(role, "hold") == 0)
@@ -220,6 +247,6 @@ int main(int argc, char **argv)
         motor_mailbox_lock_init(&box->lock);
         return 0;
     }
-    fprintf(stderr, "usage: mailbox_peer daemon|motor|slow|hammer N|library N|hold|scribble|make|show\n");
+    fprintf(stderr, "usage: mailbox_peer daemon|motor|slow|hammer MS|library MS|hold|scribble|make|show\n");
     return 2;
 }
