@@ -10,8 +10,10 @@ from naro_system import SystemTest, main, until
 
 SECONDS = 3600 if os.environ.get("NARO_LONG") else 600
 FRAMES_PER_SECOND = 5
+# Everything that can be at work is: records go to the card, the tracker asks a motor that never answers.
+SETTINGS = ("track_switch=on", "baby_cry_detect=on")
 # Those that start last, half a second after the first frames, by the names that the kernel keeps of them.
-LAST_THREADS = {"mstar_ircut_ctr", "white_led_statu"}
+LAST_THREADS = {"mstar_ircut_ctr", "white_led_statu", "motion_track_ta", "motor_rotate"}
 
 
 class Soak(SystemTest):
@@ -32,7 +34,9 @@ class Soak(SystemTest):
         return names
 
     def test_the_daemon_ends_as_it_began(self):
-        camera = self.start("naro_camera", "--source", "shapes", "--fast", "--headless", "--json", "--seconds", str(SECONDS))
+        settings = [word for setting in SETTINGS for word in ("--set", setting)]
+        camera = self.start("naro_camera", "--source", "shapes", "--fast", "--headless", "--json", "--seconds", str(SECONDS),
+                            *settings)
         first = until(lambda: (s := self.status()) and s["frames"]["analysed"] > 100 and s, "a hundred frames")
         pid = first["daemon"]["pid"]
         until(lambda: LAST_THREADS <= self.threads(pid), "every thread")
