@@ -1,8 +1,8 @@
 // What the settings act on: every call that a setting makes into another module, and every word it sets
 // there, in one table. Tests put their own in its place.
 //
-// Null: that module has not joined the daemon. The setting is then parsed and logged as ever and does nothing
-// more. To join one is to write its name into the table (kv_actions.cpp).
+// Null: nothing stands behind that entry, as in a daemon that was built without a module or a test that looks at
+// others. The setting is then parsed and logged as ever and does nothing more.
 #ifndef KV_ACTIONS_H
 #define KV_ACTIONS_H
 
