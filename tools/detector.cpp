@@ -1,6 +1,9 @@
 // Image engine and network behind two calls.
 #include "detector.h"
 
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
 #include <vector>
 
 #include "mi_ive.h"
@@ -15,6 +18,7 @@ struct {
     NetworkConfig *config;
     NetworkHandle *network;
     std::vector<uint8_t> pixels;
+    int width, height;
 } state;
 
 } // namespace
@@ -40,6 +44,8 @@ int detector_look(const uint8_t *luma, int luma_stride, const uint8_t *chroma, i
     yuv.width = static_cast<uint16_t>(width);
     yuv.height = static_cast<uint16_t>(height);
 
+    state.width = width;
+    state.height = height;
     state.pixels.resize(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
     mi_ive_image rgb = {};
     rgb.type = MI_IVE_U8C3_PACKED;
@@ -67,6 +73,24 @@ int detector_look(const uint8_t *luma, int luma_stride, const uint8_t *chroma, i
 const BBox *detector_boxes(void)
 {
     return Get_Boxes(state.network);
+}
+
+bool detector_save(const char *picture, const char *outputs, std::string *why)
+{
+    FILE *file = fopen(picture, "wb");
+    bool written = file && fprintf(file, "P6\n%d %d\n255\n", state.width, state.height) > 0 &&
+                   fwrite(state.pixels.data(), 1, state.pixels.size(), file) == state.pixels.size();
+    if (file)
+        written = fclose(file) == 0 && written;
+    if (!written) {
+        *why = std::string(picture) + ": " + strerror(errno);
+        return false;
+    }
+    if (Save_Output_To_File(state.network, outputs) != 0) {
+        *why = std::string(outputs) + ": cannot be written";
+        return false;
+    }
+    return true;
 }
 
 void detector_stop(void)

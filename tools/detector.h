@@ -16,6 +16,10 @@ int detector_look(const uint8_t *luma, int luma_stride, const uint8_t *chroma, i
                   int height, std::string *why);
 // Boxes of the last look, in pixels of what was looked at.
 const BBox *detector_boxes(void);
+// What the last look gave the network (R, G, B, without gaps, before it is resized), and what the network made of it,
+// written to `picture` (PPM) and `outputs` (text, one number after the other). False after putting into *why what went
+// wrong.
+bool detector_save(const char *picture, const char *outputs, std::string *why);
 void detector_stop(void);
 
 #endif

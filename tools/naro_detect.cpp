@@ -38,6 +38,10 @@ const char help[] =
     "  --threshold T   least score of a box (0.5)\n"
     "  --max N         most boxes of a picture (5)\n"
     "  --iou T         of two that overlap by more than this only the better one counts (0.5)\n"
+    "  --outputs DIR   also keep what the network was given (DIR/NAME.ppm) and what it made of it "
+    "(DIR/NAME.txt: "
+    "its\n"
+    "                  three outputs, channel by channel); a / in a name becomes _\n"
     "  --help          this text\n"
     "\n"
     "Exit status 1 when a picture could not be read or looked at (the others are), 2 for a wrong call.\n";
@@ -147,7 +151,18 @@ AVFrame *read_picture(const std::string &path)
     return nv12;
 }
 
-bool look_at(const std::string &folder, const std::string &name, FILE *results)
+// Puts away what the detector was given and what it said.
+bool keep_outputs(const std::string &folder, std::string name)
+{
+    for (char &c : name)
+        c = c == '/' ? '_' : c;
+    std::string why;
+    const std::string path = folder + "/" + name;
+    return detector_save((path + ".ppm").c_str(), (path + ".txt").c_str(), &why) || complain(name, why);
+}
+
+// `outputs`: where to keep the outputs; empty, nowhere.
+bool look_at(const std::string &folder, const std::string &name, const std::string &outputs, FILE *results)
 {
     const std::string path = folder + "/" + name;
     AVFrame *nv12 = read_picture(path);
@@ -161,7 +176,9 @@ bool look_at(const std::string &folder, const std::string &name, FILE *results)
     for (int i = 0; i < count; ++i)
         fprintf(results, "%s %.6f %d %d %d %d\n", name.c_str(), static_cast<double>(boxes[i].score),
                 boxes[i].x1, boxes[i].y1, boxes[i].x2, boxes[i].y2);
-    return count >= 0 || complain(path, why);
+    if (count < 0)
+        return complain(path, why);
+    return outputs.empty() || keep_outputs(outputs, name);
 }
 
 // The number in `text`, between the bounds. Ends the program where there is none.
@@ -183,9 +200,11 @@ double number(const char *option, const char *text, double least, double most)
 int main(int argc, char **argv)
 {
     NetworkConfig config = {192, 320, 0.5f, 0.5f, 1, 5};
+    std::string outputs;
     static const option options[] = {{"threshold", required_argument, nullptr, 't'},
                                      {"max", required_argument, nullptr, 'm'},
                                      {"iou", required_argument, nullptr, 'i'},
+                                     {"outputs", required_argument, nullptr, 'o'},
                                      {"help", no_argument, nullptr, 'h'},
                                      {}};
     for (int option; (option = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
@@ -200,6 +219,9 @@ int main(int argc, char **argv)
         }
         case 'i':
             config.iou_threshold = static_cast<float>(number("iou", optarg, 0, 1));
+            break;
+        case 'o':
+            outputs = optarg;
             break;
         case 'h':
             fputs(help, stdout);
@@ -241,7 +263,7 @@ int main(int argc, char **argv)
         while (length > 0 && strchr("\r\n", line[length - 1]))
             line[--length] = '\0';
         if (length > 0)
-            all_done = look_at(folder, line, results) && all_done;
+            all_done = look_at(folder, line, outputs, results) && all_done;
     }
     free(line);
     fclose(list);

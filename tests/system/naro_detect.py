@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """naro-detect on pictures made here: what it prints, what it refuses. usage: naro_detect.py BIN_DIR"""
+import math
 import os
 import random
 import struct
@@ -90,6 +91,37 @@ class Detect(unittest.TestCase):
         boxes = self.boxes(self.run_on(["odd.png", "even.png"], "--threshold", "0.0001"))
         self.assertEqual(len(boxes), 10)
         self.assertEqual([b[1:] for b in boxes[:5]], [b[1:] for b in boxes[5:]])
+
+    def test_what_the_network_was_given_and_said_is_kept(self):
+        os.mkdir(os.path.join(self.folder.name, "in"))
+        kept = os.path.join(self.folder.name, "kept")
+        os.mkdir(kept)
+        self.put("in/a.png", 160, 128, blotches(160, 128, 8))
+        done = self.run_on(["in/a.png"], "--threshold", "0.0001", "--max", "1", "--outputs", kept)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(f"{kept}/in_a.png.ppm", "rb") as f:
+            given = f.read()
+        self.assertTrue(given.startswith(b"P6\n160 128\n255\n"))
+        self.assertEqual(len(given), 15 + 160 * 128 * 3)
+        with open(f"{kept}/in_a.png.txt") as f:
+            numbers = [float(v) for v in f.read().split()]
+        cells = (5 * 4, 10 * 8, 20 * 16)
+        self.assertEqual(len(numbers), 18 * sum(cells))
+        # The best box printed is the output with the highest objectness.
+        best, first = -math.inf, 0
+        for n in cells:
+            for anchor in range(3):
+                at = first + (6 * anchor + 4) * n
+                best = max(best, *numbers[at:at + n])
+            first += 18 * n
+        self.assertAlmostEqual(self.boxes(done)[0][1], 1 / (1 + math.exp(-best)), places=5)
+
+    def test_outputs_that_cannot_be_kept_are_an_error(self):
+        self.put("a.png", 96, 64, blotches(96, 64, 9))
+        done = self.run_on(["a.png"], "--threshold", "0.0001", "--outputs", "/nowhere")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(len(self.boxes(done)), 5)
+        self.assertIn("naro-detect: a.png: /nowhere/a.png.ppm: ", done.stderr)
 
     def test_nothing_is_nobody(self):
         self.put("dark.png", 320, 192, [[(16, 16, 16)] * 320] * 192)
