@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the inference library once and prints the folder that holds it (include/, lib/); all talk goes to the error
 # stream. The result lives outside the build folders, under a key of version, flags, layers and compiler, so that a
-# second build, another preset or another checkout finds it there.
+# second build, another preset or another checkout finds it there. For another machine: CXX, CC and CXXFLAGS of its
+# compiler, and its name in NCNN_PROCESSOR (model/check_arm does so).
 #
 # The library is in no distribution: its authors publish the whole source on PyPI. `pip download` refuses that file
 # (its setup names itself after today's date, which never matches), so it is fetched by name and version with
@@ -25,6 +26,9 @@ for name in VULKAN OPENMP SHARED_LIB BUILD_TOOLS BUILD_EXAMPLES BUILD_BENCHMARK 
     STRING STDIO; do
     flags+=("-DNCNN_$name=OFF")
 done
+if [ -n "${NCNN_PROCESSOR:-}" ]; then
+    flags+=(-DCMAKE_SYSTEM_NAME=Linux "-DCMAKE_SYSTEM_PROCESSOR=$NCNN_PROCESSOR" "-DCMAKE_CXX_FLAGS=${CXXFLAGS:-}")
+fi
 wanted=$(tr '[:upper:]' '[:lower:]' <"$here/ncnn_layers.txt" | grep -v '^ *#' | tr -s '[:space:]' ' ')
 
 key=$({ printf '%s\n' "$version" "${flags[@]}" "$wanted"; "$compiler" --version | head -n 1; uname -m; } | sha256sum | cut -c1-16)

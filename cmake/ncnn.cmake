@@ -5,6 +5,9 @@ if(NARO_SYSTEM_NCNN)
     find_package(ncnn REQUIRED)
     target_link_libraries(naro_ncnn INTERFACE ncnn)
 else()
+    # A model of other layers wants another library, also in a build folder that is there already.
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/ncnn_layers.txt
+        ${CMAKE_SOURCE_DIR}/cmake/build_ncnn.sh)
     execute_process(COMMAND ${CMAKE_SOURCE_DIR}/cmake/build_ncnn.sh OUTPUT_VARIABLE ncnn_prefix
         OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE ncnn_result)
     if(NOT ncnn_result EQUAL 0)
