@@ -16,10 +16,12 @@ MIN_AREA, MAX_AREA = 16384, 28224
 HOLDOUT = {"train": {"indoor_robot_mall", "mask_single", "human_v2_meeting"}, "negatives": {"pets", "houses"}}
 # Sources whose people in the background have no box: a confident find there is not punished.
 INCOMPLETE = {"ccp_street", "human_v2_openimages"}
+# Sources in which everybody has a box: what lies beside the boxes holds nobody.
+WHOLE = {"fall_rooms", "human_v2_street", "human_v2_crossing", "rendered", "driveway", "sitting"}
 # How often a source is drawn, relative to its number of pictures.
-WEIGHT = {"ccp_street": 0.35, "sitting": 0.6, "riders": 0.7, "driveway": 0.8}
+WEIGHT = {"ccp_street": 0.35, "rendered": 0.6, "sitting": 0.6, "riders": 0.7, "driveway": 0.8}
 # The same for pictures without people: what looks like a person at first sight counts for more than an empty room.
-WEIGHT_NEGATIVE = {"animals": 4.0, "coco_noperson": 2.5, "driveway": 2.0, "scene15_gray": 0.4}
+WEIGHT_NEGATIVE = {"animals": 10.0, "coco_noperson": 4.0, "driveway": 2.0, "scene15_gray": 0.4}
 SKINS = ((120, 150, 205), (90, 120, 180), (60, 85, 140), (140, 170, 225), (40, 60, 95))  # blue, green, red
 cv2.setNumThreads(0)  # one process per core already
 
@@ -83,66 +85,69 @@ def motion_crop(x1, y1, x2, y2):
 
 
 _yy, _xx = np.mgrid[0:H, 0:W].astype(np.float32)
-# Drawn once: a picture takes its noise from anywhere in it.
-_noise = np.random.default_rng(7).standard_normal(H * W * 3 * 8).astype(np.float32)
+# Drawn once: a picture takes its noise from anywhere in it. The second kind is what a noise filter leaves: in spots.
+_white = np.random.default_rng(7).standard_normal((3 * H, 3 * W, 3)).astype(np.float32)
+_spots = cv2.GaussianBlur(_white, (0, 0), 1.1)
+_spots /= _spots.std()
 
 
-def noise(rng, channels):
-    n = H * W * channels
-    i = rng.randrange(_noise.size - n)
-    return _noise[i:i + n].reshape(H, W, channels)
+def noise(rng, h, w, grey):
+    bank = _white if rng.random() < 0.6 else _spots
+    y, x = rng.randrange(bank.shape[0] - h), rng.randrange(bank.shape[1] - w)
+    n = bank[y:y + h, x:x + w]
+    return cv2.cvtColor(np.ascontiguousarray(n[:, :, 0]), cv2.COLOR_GRAY2BGR) if grey else n
 
 
-def look(fr, rng, nrng):
-    """Light, colour, night, noise, blur, compression."""
+def look(f, x0, y0, rng, nrng):
+    """Light, colour, night, noise, blur, compression of the part of a frame whose corner is at (x0, y0)."""
     r = rng.random
-    night = r() < 0.22
-    grey = night or r() < 0.18
-    f = fr.astype(np.float32)
+    h, w = f.shape[:2]
+    night = r() < 0.2
+    grey = night or r() < 0.12
+    mix = None
     if grey:
         # near infrared weighs the colours in its own way: clothes dark by day are often bright
-        w = nrng.dirichlet((1.5, 2.0, 1.5)).astype(np.float32)
-        g = f @ w
-        f = np.repeat(g[:, :, None], 3, 2)
+        mix = np.repeat(nrng.dirichlet((1.5, 2.0, 1.5))[None], 3, 0)
     else:
-        if r() < 0.6:
-            f *= nrng.uniform(0.8, 1.2, 3).astype(np.float32)
-        if r() < 0.4:
-            m = f.mean(2, keepdims=True)
-            f = m + (f - m) * rng.uniform(0.2, 1.5)
-    if r() < 0.7:
-        table = (255 * (np.arange(256) / 255) ** math.exp(rng.uniform(-0.6, 0.6))).astype(np.float32)
-        f = table[np.clip(f, 0, 255).astype(np.uint8)]
-    if r() < 0.6:
-        m = f.mean()
-        f = (f - m) * rng.uniform(0.5, 1.4) + m + rng.uniform(-35, 35)
+        if r() < 0.35:
+            mix = np.diag(nrng.uniform(0.8, 1.2, 3))
+        if r() < 0.25:
+            k = rng.uniform(0.2, 1.5)
+            mix = (np.eye(3) * k + (1 - k) / 3) @ (np.eye(3) if mix is None else mix)
+    if mix is not None:
+        f = cv2.transform(f, mix)
+    v = np.arange(256, dtype=np.float64)
+    gamma = math.exp(rng.uniform(-0.5, 0.5)) if r() < 0.5 else 1.0
+    v = 255 * (v / 255) ** gamma
+    if r() < 0.5:
+        m = 255 * (sum(cv2.mean(f)[:3]) / 765) ** gamma
+        v = (v - m) * rng.uniform(0.5, 1.4) + m + rng.uniform(-35, 35)
+    f = cv2.LUT(f, np.clip(v, 0, 255).astype(np.uint8))
+    gain = None
     if night:
         # an infrared lamp at the lens: bright middle, dark corners
         cx, cy = rng.uniform(0.25, 0.75) * W, rng.uniform(0.25, 0.75) * H
-        d = ((_xx - cx) / W) ** 2 + ((_yy - cy) / H) ** 2
-        f *= np.exp(-d * rng.uniform(0.5, 5))[:, :, None] * rng.uniform(0.7, 1.5)
+        xs, ys = (np.arange(x0, x0 + w, dtype=np.float32) - cx) / W, (np.arange(y0, y0 + h, dtype=np.float32) - cy) / H
+        k = rng.uniform(0.5, 5)
+        gain = np.outer(np.exp(-k * ys * ys) * rng.uniform(0.7, 1.5), np.exp(-k * xs * xs))
     elif r() < 0.15:
-        a = rng.uniform(0, 2 * math.pi)
-        ramp = (np.cos(a) * (_xx / W - 0.5) + np.sin(a) * (_yy / H - 0.5)) * rng.uniform(0.3, 1.4)
-        f *= np.clip(1 + ramp, 0.15, 2)[:, :, None]
+        a, k = rng.uniform(0, 2 * math.pi), rng.uniform(0.3, 1.4)
+        gain = np.clip(1 + k * (math.cos(a) * (_xx[y0:y0 + h, x0:x0 + w] / W - 0.5) +
+                                math.sin(a) * (_yy[y0:y0 + h, x0:x0 + w] / H - 0.5)), 0.15, 2)
+    if gain is not None:
+        f = cv2.multiply(f, cv2.cvtColor(gain.astype(np.float32), cv2.COLOR_GRAY2BGR), dtype=cv2.CV_8U)
+    m = sum(cv2.mean(f)[:3]) / 3
+    if m < 30:  # the camera's gain does not leave it that dark
+        f = cv2.convertScaleAbs(f, alpha=rng.uniform(25, 70) / max(m, 4.0))
     q = r()
     if q < 0.12:
         f = cv2.GaussianBlur(f, (0, 0), rng.uniform(0.5, 1.6))
     elif q < 0.22:
         n = rng.choice([3, 5, 7])
-        k = np.zeros((n, n), np.float32)
-        if r() < 0.7:
-            k[n // 2] = 1 / n
-        else:
-            k[:, n // 2] = 1 / n
-        f = cv2.filter2D(f, -1, k)
+        f = cv2.blur(f, (n, 1) if r() < 0.7 else (1, n))
     if r() < (0.8 if night else 0.3):
         sigma = rng.uniform(2, 14 if night else 8)
-        if grey or r() < 0.5:
-            f += (noise(rng, 1) * sigma)
-        else:
-            f += noise(rng, 3) * sigma
-    f = np.clip(f, 0, 255).astype(np.uint8)
+        f = cv2.add(f, noise(rng, h, w, grey or r() < 0.5) * np.float32(sigma), dtype=cv2.CV_8U)
     if r() < 0.15:
         f = cv2.imdecode(cv2.imencode(".jpg", f, [cv2.IMWRITE_JPEG_QUALITY, rng.randint(20, 70)])[1], 1)
     return f
@@ -239,19 +244,19 @@ def nobody(pic, other, rng, nrng):
     """A picture without people in which something could have moved: (picture, rectangle of that) or (picture, None)."""
     im, _, source = pic
     q = rng.random()
-    if q < 0.4:
+    if q < 0.5:
         h, w = im.shape[:2]
         # what such pictures show stands mostly in their middle
         a, b = nrng.uniform(0.25, 0.95, 2)
         x, y = rng.gauss(0.5, 0.1) * w, rng.gauss(0.5, 0.1) * h
         return im, (x - a * w / 2, y - b * h / 2, x + a * w / 2, y + b * h / 2)
-    if q < 0.5:
+    if q < 0.7:
         return im, None
     before = stage(im, rng, nrng)
     after = before.copy()
-    if q < 0.8:
+    if q < 0.88:
         things(after, other, rng, nrng)
-    if q >= 0.7:
+    if q >= 0.82:
         after = reach(after, rng, nrng)
     moved = cv2.absdiff(before, after).max(2) > 12
     if not moved.any():
@@ -316,98 +321,170 @@ def bottle(im, x, y, size, rng, nrng):
                           whole(nrng.uniform(0, 240, 3)), -1)
 
 
-def sample(pic, rng, nrng, uncut=0.25, focus=None):
-    """One training picture: (RGB uint8 of a network size, boxes, ignore flags)."""
+def squeeze(source, rng):
+    """How much wider than high a picture becomes: a little for all, more for those of unknown aspect, and now and then
+    as wide-angle lenses and streams of a wrong aspect show people, narrow above all."""
+    if rng.random() < 0.15:
+        return math.exp(rng.uniform(-0.75, 0.35))
+    return math.exp(rng.uniform(-0.3, 0.3) if source.startswith("human_v2") else rng.uniform(-0.12, 0.12))
+
+
+def place(pic, rng, focus=None):
+    """Where a picture comes to lie in the frame: (picture, x, y, width, height, mirrored), its boxes there."""
     im, boxes, source = pic
     h, w = im.shape[:2]
     sx = sy = min(W / w, H / h)
     q = rng.random()
-    if q < 0.45:
+    if q < 0.65:
         pass  # whole picture with bars
-    elif q < 0.7:
+    elif q < 0.8:
         z = rng.uniform(1.0, 2.2)
         sx *= z
         sy *= z
-    elif q < 0.85:
+    elif q < 0.86:
         sx, sy = W / w, H / h  # stretched
     else:
-        z = rng.uniform(0.45, 1.0)
+        z = rng.uniform(0.5, 1.0)
         sx *= z
         sy *= z
-    jitter = math.exp(rng.uniform(-0.3, 0.3) if source.startswith("human_v2") else rng.uniform(-0.12, 0.12))
-    sx *= jitter ** 0.5
-    sy /= jitter ** 0.5
-    nw, nh = max(8, round(w * sx)), max(8, round(h * sy))
-    small = cv2.resize(im, (nw, nh), interpolation=cv2.INTER_AREA if sx < 1 else cv2.INTER_LINEAR)
-    if focus is not None:
-        boxes = np.array([focus], np.float32)
-    b = boxes * np.array([nw / w, nh / h] * 2, np.float32)
-    if rng.random() < 0.5:
-        small = small[:, ::-1]
-        b = b[:, [2, 1, 0, 3]]
-        b[:, [0, 2]] = nw - b[:, [0, 2]]
-    fill = 114 if rng.random() < 0.5 else rng.randrange(256)
-    fr = np.full((H, W, 3), fill, np.uint8)
-    if q < 0.45 and rng.random() < 0.7:
+    jitter = squeeze(source, rng)
+    nw, nh = max(8, round(w * sx * jitter ** 0.5)), max(8, round(h * sy / jitter ** 0.5))
+    if q < 0.65 and rng.random() < 0.85:
         ox, oy = (W - nw) // 2, (H - nh) // 2
     else:
         ox = rng.randint(min(0, W - nw), max(0, W - nw))
         oy = rng.randint(min(0, H - nh), max(0, H - nh))
-    x1, y1, x2, y2 = max(ox, 0), max(oy, 0), min(ox + nw, W), min(oy + nh, H)
-    fr[y1:y2, x1:x2] = small[y1 - oy:y2 - oy, x1 - ox:x2 - ox]
-    b = b + np.array([ox, oy, ox, oy], np.float32)
-    vis = np.stack([b[:, 0].clip(0, W), b[:, 1].clip(0, H), b[:, 2].clip(0, W), b[:, 3].clip(0, H)], 1)
-    ok = np.nonzero(((vis[:, 3] - vis[:, 1]) >= 20) & ((vis[:, 2] - vis[:, 0]) >= 6))[0]
-    fr = look(fr, rng, nrng)
-    # something before the people, now and then
-    if focus is None and rng.random() < 0.12 and len(ok):
-        v = vis[rng.choice(list(ok))]
-        part = rng.uniform(0.15, 0.45)
-        c = whole(nrng.integers(0, 256, 3))
-        if rng.random() < 0.7:
-            cv2.rectangle(fr, whole((v[0] - rng.uniform(0, 30), v[3] - part * (v[3] - v[1]))),
-                          whole((v[2] + rng.uniform(0, 30), v[3] + 10)), c, -1)
+    return laid((im, boxes if focus is None else np.array([focus], np.float32)), ox, oy, nw, nh, rng.random() < 0.5)
+
+
+def lying(pic, rng):
+    """A picture on its side: who stood now lies."""
+    im, b, source = pic
+    h, w = im.shape[:2]
+    if rng.random() < 0.5:
+        return np.ascontiguousarray(np.rot90(im)), np.stack([b[:, 1], w - b[:, 2], b[:, 3], w - b[:, 0]], 1), source
+    return np.ascontiguousarray(np.rot90(im, 3)), np.stack([h - b[:, 3], b[:, 0], h - b[:, 1], b[:, 2]], 1), source
+
+
+def laid(pic, x, y, w, h, mirrored):
+    im, boxes = pic[:2]
+    b = boxes * np.array([w / im.shape[1], h / im.shape[0]] * 2, np.float32)
+    if mirrored:
+        b = b[:, [2, 1, 0, 3]] * np.array([-1, 1, -1, 1], np.float32) + np.array([w, 0, w, 0], np.float32)
+    return (im, x, y, w, h, mirrored), b + np.array([x, y, x, y], np.float32)
+
+
+def crowd(pictures, rng):
+    """Several pictures side by side: many people, all of them small, as on a far wall or in a hall."""
+    columns, rows = rng.choice([(2, 1), (2, 2), (2, 2), (2, 2), (3, 2), (3, 2), (3, 3)])
+    zoom = rng.uniform(0.9, 1.6) if rng.random() < 0.5 else 1.0
+    cw, ch = W * zoom / columns, H * zoom / rows
+    ox, oy = rng.uniform(min(0, W - W * zoom), max(0, W - W * zoom)), rng.uniform(min(0, H - H * zoom), max(0, H - H * zoom))
+    layers, found = [], []
+    for i in range(columns * rows):
+        im = pictures[i][0]
+        h, w = im.shape[:2]
+        s = min(cw / w, ch / h) if rng.random() < 0.6 else max(cw / w, ch / h) * rng.uniform(0.7, 1.0)
+        jitter = squeeze(pictures[i][2], rng)
+        nw, nh = max(8, round(w * s * jitter)), max(8, round(h * s / jitter))
+        x = round(ox + i % columns * cw + rng.uniform(min(0, cw - nw), max(0, cw - nw)))
+        y = round(oy + i // columns * ch + rng.uniform(min(0, ch - nh), max(0, ch - nh)))
+        window = (round(ox + i % columns * cw), round(oy + i // columns * ch), round(ox + (i % columns + 1) * cw),
+                  round(oy + (i // columns + 1) * ch))
+        layer, b = laid(pictures[i], x, y, nw, nh, rng.random() < 0.5)
+        layers.append((*layer, window))
+        found.append(np.concatenate([b, np.tile(np.array(window, np.float32), (len(b), 1))], 1))
+    return layers, np.concatenate(found)
+
+
+def render(layers, c, fill):
+    """The part c (x1, y1, x2, y2, ends included) of the frame that the layers make."""
+    x1, y1, x2, y2 = c[0], c[1], c[2] + 1, c[3] + 1
+    out = np.full((y2 - y1, x2 - x1, 3), fill, np.uint8)
+    for im, x, y, w, h, mirrored, *window in layers:
+        wx1, wy1, wx2, wy2 = window[0] if window else (x, y, x + w, y + h)
+        a1, b1, a2, b2 = max(x, x1, wx1), max(y, y1, wy1), min(x + w, x2, wx2), min(y + h, y2, wy2)
+        if a2 <= a1 or b2 <= b1:
+            continue
+        sh, sw = im.shape[:2]
+        l, r = (x + w - a2, x + w - a1) if mirrored else (a1 - x, a2 - x)  # in the layer, unmirrored
+        fx, fy = sw / w, sh / h
+        if fx >= 1 and fy >= 1:
+            u1, u2, v1, v2 = int(l * fx + 0.5), int(r * fx + 0.5), int((b1 - y) * fy + 0.5), int((b2 - y) * fy + 0.5)
+            u1, v1 = min(u1, sw - 1), min(v1, sh - 1)
+            piece = cv2.resize(im[v1:max(v2, v1 + 1), u1:max(u2, u1 + 1)], (a2 - a1, b2 - b1), interpolation=cv2.INTER_AREA)
         else:
-            cv2.rectangle(fr, whole((v[0] - 10, v[1] - 10)), whole((v[0] + part * (v[2] - v[0]), v[3] + 10)), c, -1)
-    fr = cv2.cvtColor(cv2.cvtColor(fr, cv2.COLOR_BGR2YUV_I420), cv2.COLOR_YUV2RGB_I420)
+            m = np.array([[fx, 0, (l + 0.5) * fx - 0.5], [0, fy, (b1 - y + 0.5) * fy - 0.5]])
+            piece = cv2.warpAffine(im, m, (a2 - a1, b2 - b1), flags=cv2.INTER_LINEAR | cv2.WARP_INVERSE_MAP,
+                                   borderMode=cv2.BORDER_REPLICATE)
+        out[b1 - y1:b2 - y1, a1 - x1:a2 - x1] = piece[:, ::-1] if mirrored else piece
+    return out
+
+
+def cut(vis, ok, uncut, rng):
+    """What part of the frame the detector is shown: the whole, around people who moved, or anything."""
     q = rng.random()
     if q < uncut:
-        c = (0, 0, W - 1, H - 1)
-    elif q < 0.8 and len(ok):
-        pick = rng.sample(list(ok), min(len(ok), rng.randint(1, 3)))
-        v = vis[pick]
+        return 0, 0, W - 1, H - 1
+    if q < 0.85 and len(ok):
+        v = vis[rng.sample(list(ok), min(len(ok), rng.randint(1, 3)))]
         m = [v[:, 0].min(), v[:, 1].min(), v[:, 2].max(), v[:, 3].max()]
-        k = rng.random()
-        if k < 0.35:  # only a part of the body moved, or more than the body did
+        if rng.random() < 0.3:  # only a part of the body moved, or more than the body did
             d = 0.25 * max(m[2] - m[0], 8), 0.25 * max(m[3] - m[1], 8)
             m = [m[0] + rng.uniform(-2, 1) * d[0], m[1] + rng.uniform(-2, 1) * d[1], m[2] + rng.uniform(-1, 2) * d[0],
                  m[3] + rng.uniform(-1, 2) * d[1]]
         m = [min(max(m[0], 0), W - 9), min(max(m[1], 0), H - 9), m[2], m[3]]
-        m = [m[0], m[1], min(max(m[2], m[0] + 8), W), min(max(m[3], m[1] + 8), H)]
-        c = motion_crop(*m)
-    else:
-        cw, ch = rng.choice([32, 64, 96, 128, 160, 192, 256]), rng.choice([32, 64, 96, 128, 160, 192])
-        x, y = rng.randrange(0, W - cw + 1, 8), rng.randrange(0, H - ch + 1, 8)
-        c = (x, y, x + cw - 1, y + ch - 1)
-    if focus is not None:
-        b = b[:0]  # it told where to look; there is nobody
-    cw, ch = c[2] - c[0] + 1, c[3] - c[1] + 1
+        return motion_crop(m[0], m[1], min(max(m[2], m[0] + 8), W), min(max(m[3], m[1] + 8), H))
+    cw, ch = rng.choice([32, 64, 96, 128, 160, 192, 256]), rng.choice([32, 64, 96, 128, 160, 192])
+    x, y = rng.randrange(0, W - cw + 1, 8), rng.randrange(0, H - ch + 1, 8)
+    return x, y, x + cw - 1, y + ch - 1
+
+
+def sample(layers, b, sources, rng, nrng, uncut=0.4, somebody=True):
+    """One training picture: (RGB uint8 of a network size, boxes, ignore flags, whether people may lack boxes).
+
+    Boxes that lie in a window (four more columns) are seen only as far as it goes."""
+    lo, hi = np.array([0, 0, 0, 0], np.float32), np.array([W, H, W, H], np.float32)
+    vis = b[:, :4].clip(lo, hi)
+    if b.shape[1] == 8:
+        vis = np.minimum(np.maximum(vis, b[:, [4, 5, 4, 5]]), b[:, [6, 7, 6, 7]])
+    ok = np.nonzero(((vis[:, 3] - vis[:, 1]) >= 18) & ((vis[:, 2] - vis[:, 0]) >= 6))[0]
+    c = cut(vis, ok, uncut, rng)
+    fr = look(render(layers, c, 114 if rng.random() < 0.5 else rng.randrange(256)), c[0], c[1], rng, nrng)
+    # something before the people, now and then
+    if somebody and rng.random() < 0.08 and len(ok):
+        v = vis[rng.choice(list(ok))] - np.array([c[0], c[1]] * 2, np.float32)
+        part = rng.uniform(0.15, 0.45)
+        colour = whole(nrng.integers(0, 256, 3))
+        if rng.random() < 0.7:
+            cv2.rectangle(fr, whole((v[0] - rng.uniform(0, 30), v[3] - part * (v[3] - v[1]))),
+                          whole((v[2] + rng.uniform(0, 30), v[3] + 10)), colour, -1)
+        else:
+            cv2.rectangle(fr, whole((v[0] - 10, v[1] - 10)), whole((v[0] + part * (v[2] - v[0]), v[3] + 10)), colour, -1)
+    fr = cv2.cvtColor(cv2.cvtColor(fr, cv2.COLOR_BGR2YUV_I420), cv2.COLOR_YUV2RGB_I420)
+    ch, cw = fr.shape[:2]
     hh, ww = fit(ch, cw)
-    out = cv2.resize(fr[c[1]:c[3] + 1, c[0]:c[2] + 1], (ww, hh), interpolation=cv2.INTER_LINEAR)
-    t = np.stack([b[:, 0].clip(c[0], c[2] + 1), b[:, 1].clip(c[1], c[3] + 1), b[:, 2].clip(c[0], c[2] + 1),
-                  b[:, 3].clip(c[1], c[3] + 1)], 1)
+    out = cv2.resize(fr, (ww, hh), interpolation=cv2.INTER_LINEAR)
+    if not somebody:
+        vis = vis[:0]  # it told where to look; there is nobody
+        b = b[:0]
+    t = vis.clip(np.array([c[0], c[1]] * 2, np.float32), np.array([c[2] + 1, c[3] + 1] * 2, np.float32))
     area = (b[:, 2] - b[:, 0]) * (b[:, 3] - b[:, 1])
     part = (t[:, 2] - t[:, 0]) * (t[:, 3] - t[:, 1]) / np.maximum(area, 1e-3)
     keep = (part > 0.02) & (t[:, 2] - t[:, 0] > 1) & (t[:, 3] - t[:, 1] > 1)
     t, part = t[keep], part[keep]
-    hpx = t[:, 3] - t[:, 1]
-    wpx = t[:, 2] - t[:, 0]
+    hpx, wpx = t[:, 3] - t[:, 1], t[:, 2] - t[:, 0]
     # too small or too little of it to be called a person by anyone; and the odd box that holds only a hand
-    ignore = (part < 0.45) | (hpx < 13) | (wpx < 5)
-    if "coco" in source:
+    ignore = (part < 0.45) | (hpx < 12) | (wpx < 4)
+    if any("coco" in s for s in sources):
         ignore |= hpx < 0.55 * wpx
     t = (t - np.array([c[0], c[1]] * 2, np.float32)) * np.array([ww / cw, hh / ch] * 2, np.float32)
-    return out, t.astype(np.float32), ignore, source in INCOMPLETE
+    return out, t.astype(np.float32), ignore, any(s in INCOMPLETE for s in sources)
+
+
+def crowded(people):
+    """How much more often than others a picture with so many people is drawn: they are few, and hard."""
+    return 1.0 if people < 3 else 1.7 if people < 6 else 3.0
 
 
 def shares(weights):
@@ -415,48 +492,68 @@ def shares(weights):
     return w / w[-1]
 
 
-def crowd(pictures, rng):
-    """Several pictures side by side as one: many people, all of them small, as on a far wall or in a hall."""
-    columns, rows = rng.choice([(2, 1), (2, 2), (2, 2), (3, 2)])
-    canvas = np.full((rows * H, columns * W, 3), rng.randrange(256), np.uint8)
-    found = []
-    for i in range(columns * rows):
-        im, boxes, _ = pictures[i]
-        h, w = im.shape[:2]
-        s = min(W / w, H / h)
-        nw, nh = max(8, min(W, round(w * s))), max(8, min(H, round(h * s)))
-        x = i % columns * W + rng.randint(0, W - nw)
-        y = i // columns * H + rng.randint(0, H - nh)
-        canvas[y:y + nh, x:x + nw] = cv2.resize(im, (nw, nh), interpolation=cv2.INTER_AREA if s < 1 else cv2.INTER_LINEAR)
-        found.append(boxes * np.float32(s) + np.array([x, y, x, y], np.float32))
-    incomplete = [p[2] for p in pictures[:columns * rows] if p[2] in INCOMPLETE]
-    return canvas, np.concatenate(found), (incomplete or ["crowd"])[0]
+def background(pic, rng):
+    """A part of a picture with people in which there is nobody, or None where no such part is found."""
+    im, boxes, source = pic
+    h, w = im.shape[:2]
+    for _ in range(12):
+        cw, ch = rng.uniform(0.25, 0.9) * w, rng.uniform(0.25, 0.9) * h
+        x, y = rng.uniform(0, w - cw), rng.uniform(0, h - ch)
+        if ((boxes[:, 0] >= x + cw) | (boxes[:, 2] <= x) | (boxes[:, 1] >= y + ch) | (boxes[:, 3] <= y)).all():
+            return im[int(y):int(y + ch), int(x):int(x + cw)], None, source
+    return None
 
 
 class Stream:
     """Batches of one size each, for ever."""
 
-    def __init__(self, root, seed, batch, negatives=0.42):
+    def __init__(self, root, seed, batch, negatives=0.36, crowds=0.18):
         self.people = load(root, "train")
         self.neg = load(root, "negatives")
-        self.cum = shares([WEIGHT.get(p[2], 1.0) for p in self.people])
+        self.cum = shares([WEIGHT.get(p[2], 1.0) * crowded(len(p[1])) for p in self.people])
         self.cum_neg = shares([WEIGHT_NEGATIVE.get(p[2], 1.0) for p in self.neg])
         self.rng = random.Random(seed)
         self.nrng = np.random.default_rng(seed)
         self.batch = batch
         self.share = negatives
         self.bucket = {}
+        self.crowds = crowds
+        self.drawn = []
+        self.none = np.zeros((0, 4), np.float32)
 
     def one(self):
-        if self.rng.random() < self.share:
+        rng, nrng = self.rng, self.nrng
+        if rng.random() < self.share:
+            im, focus, source = self.empty()
+            layer, b = place((im, self.none, source), rng, focus)
+            return sample([layer], b, [source], rng, nrng, somebody=False)
+        pic = self.person()
+        if rng.random() < 0.03:
+            pic = lying(pic, rng)
+        if rng.random() < self.crowds:
+            pics = [pic] + [self.person() for _ in range(8)]
+            layers, b = crowd(pics, rng)
+            return sample(layers, b, [p[2] for p in pics[:len(layers)]], rng, nrng)
+        layer, b = place(pic, rng)
+        return sample([layer], b, [pic[2]], rng, nrng)
+
+    def empty(self):
+        """A picture without people. Those that are drawn are dear: each is shown a few times."""
+        if self.rng.random() < 0.35:
+            pic = self.person()
+            part = background(pic, self.rng) if pic[2] in WHOLE else None
+            if part:
+                return part
+        if len(self.drawn) < 500 or self.rng.random() < 0.15:
             pic = self.neg[int(np.searchsorted(self.cum_neg, self.rng.random()))]
             other = self.neg[self.rng.randrange(len(self.neg))][0]
-            im, focus = nobody(pic, other, self.rng, self.nrng)
-            return sample((im, pic[1], pic[2]), self.rng, self.nrng, focus=focus)
-        pic = self.person()
-        if self.rng.random() < 0.35:
-            pic = crowd([pic] + [self.person() for _ in range(5)], self.rng)
-        return sample(pic, self.rng, self.nrng)
+            made = (*nobody(pic, other, self.rng, self.nrng), pic[2])
+            if len(self.drawn) < 500:
+                self.drawn.append(made)
+            else:
+                self.drawn[self.rng.randrange(500)] = made
+            return made
+        return self.drawn[self.rng.randrange(len(self.drawn))]
 
     def person(self):
         return self.people[int(np.searchsorted(self.cum, self.rng.random()))]
@@ -467,7 +564,8 @@ class Stream:
             k = s[0].shape[:2]
             bucket = self.bucket.setdefault(k, [])
             bucket.append(s)
-            if len(bucket) == self.batch:
+            # all batches take about the same time, so that processes need not wait for each other
+            if len(bucket) >= self.batch * 21000 / (k[0] * k[1]):
                 del self.bucket[k]
                 return bucket
 

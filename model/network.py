@@ -1,6 +1,7 @@
 """The person network: plain 3x3 convolutions, three outputs of three anchors each."""
 import torch
 from torch import nn
+from torch.nn import functional as F
 
 ANCHORS = [(10, 13), (16, 30), (33, 23), (30, 61), (62, 45), (59, 119), (116, 90), (156, 198), (373, 326)]
 MASKS = [(6, 7, 8), (3, 4, 5), (0, 1, 2)]
@@ -8,15 +9,23 @@ STRIDES = [32, 16, 8]
 
 
 class Conv(nn.Module):
-    def __init__(self, cin, cout, k=3, s=1, act=True):
+    """Convolution, batch normalisation, ReLU."""
+
+    def __init__(self, cin, cout, k=3, s=1):
         super().__init__()
         self.conv = nn.Conv2d(cin, cout, k, s, k // 2, bias=False)
         self.bn = nn.BatchNorm2d(cout, eps=1e-3, momentum=0.03)
-        self.act = act
 
     def forward(self, x):
-        x = self.bn(self.conv(x))
-        return torch.relu(x) if self.act else x
+        return F.relu(self.bn(self.conv(x)))
+
+    @torch.no_grad()
+    def fold(self):
+        """Normalisation into the weights: afterwards this is a convolution with a bias."""
+        scale = self.bn.weight / torch.sqrt(self.bn.running_var + self.bn.eps)
+        self.conv.bias = nn.Parameter(self.bn.bias - self.bn.running_mean * scale)
+        self.conv.weight = nn.Parameter(self.conv.weight * scale[:, None, None, None])
+        self.bn = nn.Identity()
 
 
 class Net(nn.Module):
@@ -48,18 +57,55 @@ class Net(nn.Module):
             o.bias.data = b.reshape(-1)
 
     def forward(self, x):
-        x = self.c3(self.c2(self.c1(x)))
-        f3 = self.c5(self.c4(x))
-        x = self.c6(f3)
-        x = self.c8(self.c7(x))
-        f4 = x
+        f3 = self.c5(self.c4(self.c3(self.c2(self.c1(x)))))
+        f4 = self.c8(self.c7(self.c6(f3)))
         f5 = self.c10(self.c9(f4))
-        up = nn.functional.interpolate
-        n4 = self.q4(self.p4(torch.cat([up(self.l5(f5), scale_factor=2.0, mode="nearest"), f4], 1)))
-        n3 = self.q3(self.p3(torch.cat([up(self.l4(n4), scale_factor=2.0, mode="nearest"), f3], 1)))
+        n4 = self.q4(self.p4(torch.cat([F.interpolate(self.l5(f5), scale_factor=2.0, mode="nearest"), f4], 1)))
+        n3 = self.q3(self.p3(torch.cat([F.interpolate(self.l4(n4), scale_factor=2.0, mode="nearest"), f3], 1)))
         return [self.o5(f5), self.o4(n4), self.o3(n3)]
 
 
+def load(checkpoint):
+    """The averaged weights of a checkpoint, ready to look at pictures."""
+    net = Net()
+    net.load_state_dict(torch.load(checkpoint, weights_only=False)["ema"])  # half precision is widened by the copy
+    return net.eval()
+
+
+def stored(net, point=0.5):
+    """Folds a network as it is stored: weights in half precision, and scores moved so that `point` is given as 0.5."""
+    for m in net.modules():
+        if isinstance(m, Conv):
+            m.fold()
+    with torch.no_grad():
+        for o in (net.o5, net.o4, net.o3):
+            o.bias[4::6] -= torch.logit(torch.tensor(float(point)))
+        for m in net.modules():
+            if isinstance(m, nn.Conv2d):
+                m.weight.copy_(m.weight.half().float())
+    return net
+
+
+def count(width=192, height=128):
+    """What a pass costs on any machine: for each layer the multiply-adds, and the bytes of weights (half precision) and of
+    its input and output (single precision) that must be moved at least once."""
+    rows = []
+
+    def seen(name):
+        def hook(conv, given, out):
+            macs = conv.weight.numel() * out.shape[2] * out.shape[3]
+            rows.append((name, macs, 2 * conv.weight.numel(), 4 * (given[0].numel() + out.numel())))
+        return hook
+    net = stored(Net().eval())
+    for name, m in net.named_modules():
+        if isinstance(m, nn.Conv2d):
+            m.register_forward_hook(seen(name.removesuffix(".conv")))
+    with torch.no_grad():
+        net(torch.zeros(1, 3, height, width))
+    return rows
+
+
 if __name__ == "__main__":
-    n = Net()
-    print(sum(p.numel() for k, p in n.named_parameters() if "bn" not in k))
+    table = count()
+    for row in [*table, ("all", *(sum(column) for column in list(zip(*table))[1:]))]:
+        print(f"{row[0]:4s} {row[1] / 1e6:6.2f} M multiply-adds  {row[2] / 1024:6.1f} KiB weights  {row[3] / 1024:7.1f} KiB in and out")

@@ -2,7 +2,8 @@
 """Trains the person network; OUT/final.pt (and, on the way, OUT/last.pt) holds its averaged weights.
 
 The length is given in minutes, not in pictures: the learning rate falls to its end when the time is over. Several
-processes see pictures of their own and average their gradients."""
+processes see pictures of their own and average their gradients. A run that was stopped goes on from OUT/last.pt, with
+optimiser and clock as they were, when that is given as --resume. What is printed is added to OUT/log.txt as well."""
 import argparse
 import math
 import os
@@ -16,6 +17,9 @@ from torch.nn import functional as F
 
 from data import Stream, collate
 from network import ANCHORS, MASKS, STRIDES, Net
+
+REACH = 0.62  # cells, from the middle of one
+BOX = 5.0  # how much the place of a box counts beside its score
 
 
 def grid(h, w):
@@ -62,37 +66,79 @@ def iou(a, b, complete=False):
 
 
 @torch.no_grad()
-def assign(p, boxes, gt, kind, g, topk=7):
-    """Task-aligned: a cell and anchor answers for a person when its box and its score agree best."""
-    n, m = gt.shape[:2]
-    person = kind == 1
-    cx, cy = (g[:, 0] + 0.5) * g[:, 2], (g[:, 1] + 0.5) * g[:, 2]
+def candidates(gt, h, w):
+    """The cells and anchors around the middle of each box, as indices into the outputs: n x m x 81, and which of them
+    lie in the picture."""
+    index, inside, first = [], [], 0
     gx, gy = (gt[..., 0] + gt[..., 2]) / 2, (gt[..., 1] + gt[..., 3]) / 2
-    near = ((gx[..., None] - cx).abs() < g[:, 2] * 1.01) & ((gy[..., None] - cy).abs() < g[:, 2] * 1.01)
+    off = torch.tensor([-1, 0, 1])
+    for s in STRIDES:
+        gh, gw = h // s, w // s
+        cx = ((gx / s).floor().long()[..., None, None] + off[None, :]).expand(*gx.shape, 3, 3)
+        cy = ((gy / s).floor().long()[..., None, None] + off[:, None]).expand(*gx.shape, 3, 3)
+        ok = (cx >= 0) & (cx < gw) & (cy >= 0) & (cy < gh)
+        # an output can put its box's middle only into its own cell: one just beside it is near enough
+        ok &= ((gx / s)[..., None, None] - cx - 0.5).abs() < REACH
+        ok &= ((gy / s)[..., None, None] - cy - 0.5).abs() < REACH
+        cell = (cy.clamp(0, gh - 1) * gw + cx.clamp(0, gw - 1)).flatten(2)
+        for a in range(3):
+            index.append(first + a * gh * gw + cell)
+            inside.append(ok.flatten(2))
+        first += 3 * gh * gw
+    return torch.cat(index, -1), torch.cat(inside, -1)
+
+
+@torch.no_grad()
+def assign(p, boxes, gt, kind, g, size, topk=7):
+    """Task-aligned: a cell and anchor answers for a person when its box and its score agree best."""
+    n, cells = p.shape[:2]
+    ig = torch.zeros(n, cells, dtype=torch.bool)
+    if (kind == 2).any():
+        at = torch.nonzero(kind == 2)
+        cx, cy = (g[:, 0] + 0.5) * g[:, 2], (g[:, 1] + 0.5) * g[:, 2]
+        t = gt[at[:, 0], at[:, 1]]
+        within = (cx > t[:, 0:1]) & (cx < t[:, 2:3]) & (cy > t[:, 1:2]) & (cy < t[:, 3:4])
+        ig = torch.zeros(n, cells).index_add_(0, at[:, 0], within.float()) > 0
+    target, who = torch.zeros(n, cells), torch.zeros(n, cells, dtype=torch.long)
+    m = int((kind == 1).sum(1).max())
+    if m == 0:
+        return target > 0, who, target, ig
+    order = (kind != 1).long().argsort(dim=1, stable=True)[:, :m]  # people first
+    gt = gt.gather(1, order[..., None].expand(-1, -1, 4))
+    person = kind.gather(1, order) == 1
+    index, ok = candidates(gt, *size)
+    k = index.shape[-1]
+    flat = index.reshape(n, -1)
+    near = boxes.gather(1, flat[..., None].expand(-1, -1, 4)).reshape(n, m, k, 4)
+    score = p[..., 4].gather(1, flat).reshape(n, m, k).sigmoid()
     gw, gh = (gt[..., 2] - gt[..., 0]).clamp(1), (gt[..., 3] - gt[..., 1]).clamp(1)
-    ratio = torch.maximum((gw[..., None] / g[:, 3]).log().abs(), (gh[..., None] / g[:, 4]).log().abs())
-    ok = near & person[..., None] & (ratio < math.log(4.5))
-    v = iou(boxes[:, None], gt[:, :, None]).clamp(0)
-    score = p[:, None, :, 4].sigmoid()
+    anchor = g[index]
+    ratio = torch.maximum((gw[..., None] / anchor[..., 3]).log().abs(), (gh[..., None] / anchor[..., 4]).log().abs())
+    ok &= person[..., None] & (ratio < math.log(4.5))
+    v = iou(near, gt[:, :, None]).clamp(0)
     # early on boxes say little: the anchors' own shapes keep the choice sane
-    t = score.sqrt() * v ** 4 * ok + 1e-9 * torch.exp(-ratio) * ok
+    t = (score.sqrt() * v ** 4 + 1e-9 * torch.exp(-ratio)) * ok
     top = t.topk(topk, -1)
-    chosen = torch.zeros_like(t, dtype=torch.bool).scatter_(-1, top.indices, top.values > 0)
-    t = torch.where(chosen, t, torch.zeros_like(t))
-    best, who = t.max(1)  # a cell answers for one person only
-    positive = best > 0
-    norm = t / t.amax(-1, keepdim=True).clamp(1e-12) * (v * chosen).amax(-1, keepdim=True)
-    target = norm.gather(1, who[:, None]).squeeze(1) * positive
-    # scores are to be read against 0.5: a box that fits well is a certain person
-    target = ((target - 0.15) / 0.6).clamp(0.0, 1.0) * positive
-    ig = (kind == 2)[..., None] & (cx > gt[..., 0:1]) & (cx < gt[..., 2:3]) & (cy > gt[..., 1:2]) & (cy < gt[..., 3:4])
-    return positive, who, target, ig.any(1)
+    chosen = torch.zeros_like(ok).scatter_(-1, top.indices, top.values > 0)
+    t = t * chosen
+    # a cell answers for one person only
+    best = torch.zeros(n, cells).scatter_reduce_(1, flat, t.reshape(n, -1), "amax")
+    mine = chosen & (t >= best.gather(1, flat).reshape(n, m, k)) & (t > 0)
+    # Scores are read against 0.5: the best answer for a person is a certain one as soon as its box fits well enough.
+    sure = (((v * chosen).amax(-1, keepdim=True) - 0.1) / 0.5).clamp(0.25, 1.0)
+    norm = t / t.amax(-1, keepdim=True).clamp(1e-12) * sure
+    i, j, c = torch.nonzero(mine, as_tuple=True)
+    cell = index[i, j, c]
+    target[i, cell] = norm[i, j, c]
+    who[i, cell] = order[i, j]
+    return target > 0, who, target, ig
 
 
 def loss_of(outs, gt, kind, incomplete, g):
+    size = outs[0].shape[2] * STRIDES[0], outs[0].shape[3] * STRIDES[0]
     p = flatten(outs)
     boxes = decode(p, g)
-    positive, who, target, ignored = assign(p.detach(), boxes.detach(), gt, kind, g)
+    positive, who, target, ignored = assign(p.detach(), boxes.detach(), gt, kind, g, size)
     s = p[..., 4].detach().sigmoid()
     bce = F.binary_cross_entropy_with_logits(p[..., 4], target, reduction="none")
     # A certain mistake counts for more than an unsure one, and most in a picture that holds no person at all.
@@ -108,7 +154,7 @@ def loss_of(outs, gt, kind, incomplete, g):
         box = ((1 - fitness) * (target[positive] + 0.1)).sum() / total
     else:
         box = p.sum() * 0
-    return obj + 2.5 * box, obj.detach(), box.detach()
+    return obj + BOX * box, obj.detach(), box.detach()
 
 
 def run(rank, a):
@@ -119,22 +165,38 @@ def run(rank, a):
         dist.init_process_group("gloo", rank=rank, world_size=a.processes)
     torch.manual_seed(1)
     net = Net().to(memory_format=torch.channels_last)
-    if a.resume:
-        net.load_state_dict(torch.load(a.resume)["ema"])  # half precision is widened by the copy
+    state = torch.load(a.resume, weights_only=False) if a.resume else None
+    if state:
+        net.load_state_dict(state.get("net", state["ema"]))  # half precision is widened by the copy
     ema = {k: v.detach().clone().float() for k, v in net.state_dict().items()}
     decay, plain = [], []
     for k, v in net.named_parameters():
         (decay if v.ndim > 1 else plain).append(v)
     opt = torch.optim.AdamW([{"params": decay, "weight_decay": 0.02}, {"params": plain, "weight_decay": 0}], lr=1e-3,
                             betas=(0.9, 0.99))
-    stream = Stream(a.people, 100 * a.seed + rank, a.batch)
+    step, spent = 0, 0.0
+    if state and "opt" in state:  # goes on where it stopped
+        opt.load_state_dict(state["opt"])
+        step, spent = state["step"], state["spent"]
+        ema = {k: v.float() for k, v in state["ema"].items()}
+    stream = Stream(a.people, 100 * (a.seed + step) + rank, a.batch)
     params = [q for q in net.parameters()]
     grids = {}
     t0 = last = saved = time.time()
-    step, logs = 0, []
+    logs = []
+
+    def say(text):
+        print(text, flush=True)
+        with open(f"{a.out}/log.txt", "a") as f:
+            f.write(text + "\n")
+
+    def save(name):
+        torch.save({"ema": ema, "net": net.state_dict(), "opt": opt.state_dict(), "step": step,
+                    "spent": spent + time.time() - t0}, f"{a.out}/{name}.part")
+        os.replace(f"{a.out}/{name}.part", f"{a.out}/{name}")
     clock = torch.zeros(1)
     while True:
-        clock[0] = (time.time() - t0) / (a.minutes * 60)
+        clock[0] = (spent + time.time() - t0) / (a.minutes * 60)
         if a.processes > 1:
             dist.broadcast(clock, 0)
         f = float(clock)
@@ -173,27 +235,26 @@ def run(rank, a):
             logs.append((float(lo), float(lb)))
             if time.time() - last > 30:
                 m = np.mean(logs, 0)
-                print(f"{time.time() - t0:7.0f} s step {step} pictures/s {len(logs) * a.batch * a.processes / (time.time() - last):.0f} "
-                      f"lr {lr:.2e} obj {m[0]:.3f} box {m[1]:.3f}", flush=True)
+                say(f"{spent + time.time() - t0:7.0f} s step {step} pictures/s {len(logs) * a.batch * a.processes / (time.time() - last):.0f} "
+                      f"lr {lr:.2e} obj {m[0]:.3f} box {m[1]:.3f}")
                 logs, last = [], time.time()
             if time.time() - saved > a.save * 60:
-                torch.save({"ema": ema, "step": step}, f"{a.out}/last.pt.part")
-                os.replace(f"{a.out}/last.pt.part", f"{a.out}/last.pt")
+                save("last.pt")
                 saved = time.time()
     if rank == 0:
-        torch.save({"ema": ema, "step": step}, f"{a.out}/final.pt")
-        print("done", step, flush=True)
+        save("final.pt")
+        say(f"done {step}")
 
 
 def main():
     q = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     q.add_argument("--people", default=os.path.join(os.environ.get("SHARED", "../shared"), "people"))
     q.add_argument("--out", default="build/model")
-    q.add_argument("--minutes", type=float, default=70)
+    q.add_argument("--minutes", type=float, default=95)
     q.add_argument("--processes", type=int, default=2)
     q.add_argument("--batch", type=int, default=32)
     q.add_argument("--lr", type=float, default=2e-3)
-    q.add_argument("--save", type=float, default=4, help="minutes between checkpoints")
+    q.add_argument("--save", type=float, default=2, help="minutes between checkpoints")
     q.add_argument("--seed", type=int, default=1)
     q.add_argument("--port", type=int, default=29511)
     q.add_argument("--average", type=float, default=0.9995, help="decay of the averaged weights, for each step")
