@@ -191,14 +191,15 @@ int start(void)
     return supervisor_start(camera.loop, &daemon);
 }
 
-void run(void)
+// Before anything is started: a signal that comes in the middle of the start is served when the loop runs, so that what
+// was started is stopped as well.
+void watch_signals(void)
 {
     const int numbers[] = {SIGINT, SIGTERM, SIGQUIT, SIGHUP};
     for (size_t i = 0; i < sizeof numbers / sizeof *numbers; i++) {
         ev_signal_init(&camera.signals[i], on_signal, numbers[i]);
         ev_signal_start(camera.loop, &camera.signals[i]);
     }
-    ev_run(camera.loop, 0);
 }
 
 } // namespace
@@ -214,9 +215,11 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);
     av_log_set_level(camera.options.verbose ? AV_LOG_WARNING : AV_LOG_FATAL);
     camera.loop = ev_loop_new(EVFLAG_AUTO);
+    if (camera.loop)
+        watch_signals();
     const bool started = camera.loop && start() == 0;
     if (started) {
-        run();
+        ev_run(camera.loop, 0);
         if (!camera.failed)
             output_summary();
     } else if (camera.loop) {

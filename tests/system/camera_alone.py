@@ -319,6 +319,17 @@ class Supervision(CameraTest):
             self.assertTrue(camera.found(re.compile("^frames ")), "the summary")
             self.assertFalse(os.path.exists(f"/proc/{pid}"))
 
+    def test_a_signal_in_the_middle_of_the_start_ends_it_in_good_order_too(self):
+        # The store of settings is there before the start is over; with a file of its own each time, at any moment of it.
+        store = f"{self.root}/run/naro/vardex-mem.db"
+        for _ in range(5):
+            if os.path.exists(store):
+                os.remove(store)
+            camera = self.camera()
+            until(lambda: os.path.exists(store), "the camera's settings")
+            self.assertEqual(camera.stop(), 0, camera.text())
+            self.assertEqual(camera.found("the daemon has ended"), [])
+
     def test_a_deaf_daemon_is_killed(self):
         camera = self.camera(stand_in="deaf")
         pid = self.daemon_pid()
