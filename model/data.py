@@ -29,6 +29,8 @@ cv2.setNumThreads(0)  # one process per core already
 def load(root, kind, holdout=False):
     """[(picture BGR, boxes Nx4, source)] of people/train or people/negatives, held-out sources left out."""
     out = []
+    if not os.path.isdir(f"{root}/{kind}"):
+        sys.exit(f"{root}/{kind} is not there: pictures with people are in train, others in negatives, as SOURCE.jsonl")
     for name in sorted(os.listdir(f"{root}/{kind}")):
         if not name.endswith(".jsonl"):
             continue
@@ -510,6 +512,8 @@ class Stream:
     def __init__(self, root, seed, batch, negatives=0.36, crowds=0.18):
         self.people = load(root, "train")
         self.neg = load(root, "negatives")
+        if not self.people or not self.neg:
+            sys.exit(f"{root}: pictures with people (train) and without (negatives) are needed to train")
         self.cum = shares([WEIGHT.get(p[2], 1.0) * crowded(len(p[1])) for p in self.people])
         self.cum_neg = shares([WEIGHT_NEGATIVE.get(p[2], 1.0) for p in self.neg])
         self.rng = random.Random(seed)

@@ -232,10 +232,10 @@ def run(rank, a):
                 for k, v in net.state_dict().items():
                     if v.dtype.is_floating_point:
                         ema[k].lerp_(v.float(), 1 - d)
-            logs.append((float(lo), float(lb)))
+            logs.append((float(lo), float(lb), len(x)))
             if time.time() - last > 30:
                 m = np.mean(logs, 0)
-                say(f"{spent + time.time() - t0:7.0f} s step {step} pictures/s {len(logs) * a.batch * a.processes / (time.time() - last):.0f} "
+                say(f"{spent + time.time() - t0:7.0f} s step {step} pictures/s {m[2] * len(logs) * a.processes / (time.time() - last):.0f} "
                       f"lr {lr:.2e} obj {m[0]:.3f} box {m[1]:.3f}")
                 logs, last = [], time.time()
             if time.time() - saved > a.save * 60:
