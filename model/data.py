@@ -7,23 +7,39 @@ import math
 import os
 import random
 import sys
+from typing import NamedTuple
 
 import cv2
 import numpy as np
 
 W, H = 320, 192
 MIN_AREA, MAX_AREA = 16384, 28224
-HOLDOUT = {"train": {"indoor_robot_mall", "mask_single", "human_v2_meeting"}, "negatives": {"pets", "houses"}}
+HOLDOUT = {"train": {"indoor_robot_mall", "mask_single", "human_v2_meeting"}, "negatives": {"houses"}}
 # Sources whose people in the background have no box: a confident find there is not punished.
 INCOMPLETE = {"ccp_street", "human_v2_openimages"}
+# Sources whose boxes are loose, or whose people lie, ride or are drawn: nobody is cut out of these.
+UNCUT = {"fall_rooms", "sitting", "riders", "rendered", "coco_small", "driveway"}
 # Sources in which everybody has a box: what lies beside the boxes holds nobody.
 WHOLE = {"fall_rooms", "human_v2_street", "human_v2_crossing", "rendered", "driveway", "sitting"}
 # How often a source is drawn, relative to its number of pictures.
-WEIGHT = {"ccp_street": 0.35, "rendered": 0.6, "sitting": 0.6, "riders": 0.7, "driveway": 0.8}
+WEIGHT = {"ccp_street": 0.25, "human_v2_people40": 0.6, "rendered": 0.35, "sitting": 0.6, "riders": 0.7,
+          "driveway": 0.8}
 # The same for pictures without people: what looks like a person at first sight counts for more than an empty room.
-WEIGHT_NEGATIVE = {"animals": 10.0, "coco_noperson": 4.0, "driveway": 2.0, "scene15_gray": 0.4}
+WEIGHT_NEGATIVE = {"animals": 4.0, "pets": 4.0, "coco_noperson": 4.0, "driveway": 2.0, "scene15_gray": 1.5}
 SKINS = ((120, 150, 205), (90, 120, 180), (60, 85, 140), (140, 170, 225), (40, 60, 95))  # blue, green, red
 cv2.setNumThreads(0)  # one process per core already
+
+
+class Layer(NamedTuple):
+    """A picture that lies in the frame: at (x, y), so wide and high there."""
+    picture: np.ndarray
+    x: int
+    y: int
+    width: int
+    height: int
+    mirrored: bool
+    window: tuple = None  # the part of the frame (x1, y1, x2, y2) in which it is seen, where that is not all
+    soft: bool = False  # fades out towards its corners and edges
 
 
 def load(root, kind, holdout=False):
@@ -104,26 +120,26 @@ def look(f, x0, y0, rng, nrng):
     """Light, colour, night, noise, blur, compression of the part of a frame whose corner is at (x0, y0)."""
     r = rng.random
     h, w = f.shape[:2]
-    night = r() < 0.2
-    grey = night or r() < 0.12
+    night = r() < 0.13
+    grey = night or r() < 0.09
     mix = None
     if grey:
         # near infrared weighs the colours in its own way: clothes dark by day are often bright
         mix = np.repeat(nrng.dirichlet((1.5, 2.0, 1.5))[None], 3, 0)
     else:
-        if r() < 0.35:
-            mix = np.diag(nrng.uniform(0.8, 1.2, 3))
         if r() < 0.25:
-            k = rng.uniform(0.2, 1.5)
+            mix = np.diag(nrng.uniform(0.85, 1.15, 3))
+        if r() < 0.15:
+            k = rng.uniform(0.3, 1.4)
             mix = (np.eye(3) * k + (1 - k) / 3) @ (np.eye(3) if mix is None else mix)
     if mix is not None:
         f = cv2.transform(f, mix)
     v = np.arange(256, dtype=np.float64)
-    gamma = math.exp(rng.uniform(-0.5, 0.5)) if r() < 0.5 else 1.0
+    gamma = math.exp(rng.uniform(-0.4, 0.4)) if r() < 0.3 else 1.0
     v = 255 * (v / 255) ** gamma
-    if r() < 0.5:
+    if r() < 0.35:
         m = 255 * (sum(cv2.mean(f)[:3]) / 765) ** gamma
-        v = (v - m) * rng.uniform(0.5, 1.4) + m + rng.uniform(-35, 35)
+        v = (v - m) * rng.uniform(0.6, 1.3) + m + rng.uniform(-25, 25)
     f = cv2.LUT(f, np.clip(v, 0, 255).astype(np.uint8))
     gain = None
     if night:
@@ -132,7 +148,7 @@ def look(f, x0, y0, rng, nrng):
         xs, ys = (np.arange(x0, x0 + w, dtype=np.float32) - cx) / W, (np.arange(y0, y0 + h, dtype=np.float32) - cy) / H
         k = rng.uniform(0.5, 5)
         gain = np.outer(np.exp(-k * ys * ys) * rng.uniform(0.7, 1.5), np.exp(-k * xs * xs))
-    elif r() < 0.15:
+    elif r() < 0.08:
         a, k = rng.uniform(0, 2 * math.pi), rng.uniform(0.3, 1.4)
         gain = np.clip(1 + k * (math.cos(a) * (_xx[y0:y0 + h, x0:x0 + w] / W - 0.5) +
                                 math.sin(a) * (_yy[y0:y0 + h, x0:x0 + w] / H - 0.5)), 0.15, 2)
@@ -142,15 +158,15 @@ def look(f, x0, y0, rng, nrng):
     if m < 30:  # the camera's gain does not leave it that dark
         f = cv2.convertScaleAbs(f, alpha=rng.uniform(25, 70) / max(m, 4.0))
     q = r()
-    if q < 0.12:
+    if q < 0.08:
         f = cv2.GaussianBlur(f, (0, 0), rng.uniform(0.5, 1.6))
-    elif q < 0.22:
+    elif q < 0.12:
         n = rng.choice([3, 5, 7])
         f = cv2.blur(f, (n, 1) if r() < 0.7 else (1, n))
-    if r() < (0.8 if night else 0.3):
+    if r() < (0.7 if night else 0.2):
         sigma = rng.uniform(2, 14 if night else 8)
         f = cv2.add(f, noise(rng, h, w, grey or r() < 0.5) * np.float32(sigma), dtype=cv2.CV_8U)
-    if r() < 0.15:
+    if r() < 0.1:
         f = cv2.imdecode(cv2.imencode(".jpg", f, [cv2.IMWRITE_JPEG_QUALITY, rng.randint(20, 70)])[1], 1)
     return f
 
@@ -326,32 +342,32 @@ def bottle(im, x, y, size, rng, nrng):
 def squeeze(source, rng):
     """How much wider than high a picture becomes: a little for all, more for those of unknown aspect, and now and then
     as wide-angle lenses and streams of a wrong aspect show people, narrow above all."""
-    if rng.random() < 0.15:
+    if rng.random() < 0.08:
         return math.exp(rng.uniform(-0.75, 0.35))
-    return math.exp(rng.uniform(-0.3, 0.3) if source.startswith("human_v2") else rng.uniform(-0.12, 0.12))
+    return math.exp(rng.uniform(-0.2, 0.2) if source.startswith("human_v2") else rng.uniform(-0.12, 0.12))
 
 
 def place(pic, rng, focus=None):
-    """Where a picture comes to lie in the frame: (picture, x, y, width, height, mirrored), its boxes there."""
+    """Where a picture comes to lie in the frame: its layer, its boxes there."""
     im, boxes, source = pic
     h, w = im.shape[:2]
     sx = sy = min(W / w, H / h)
     q = rng.random()
-    if q < 0.65:
+    if q < 0.8:
         pass  # whole picture with bars
-    elif q < 0.8:
-        z = rng.uniform(1.0, 2.2)
+    elif q < 0.88:
+        z = rng.uniform(1.0, 1.8)
         sx *= z
         sy *= z
-    elif q < 0.86:
+    elif q < 0.9:
         sx, sy = W / w, H / h  # stretched
     else:
-        z = rng.uniform(0.5, 1.0)
+        z = rng.uniform(0.6, 1.0)
         sx *= z
         sy *= z
     jitter = squeeze(source, rng)
     nw, nh = max(8, round(w * sx * jitter ** 0.5)), max(8, round(h * sy / jitter ** 0.5))
-    if q < 0.65 and rng.random() < 0.85:
+    if q < 0.8 and rng.random() < 0.85:
         ox, oy = (W - nw) // 2, (H - nh) // 2
     else:
         ox = rng.randint(min(0, W - nw), max(0, W - nw))
@@ -373,7 +389,7 @@ def laid(pic, x, y, w, h, mirrored):
     b = boxes * np.array([w / im.shape[1], h / im.shape[0]] * 2, np.float32)
     if mirrored:
         b = b[:, [2, 1, 0, 3]] * np.array([-1, 1, -1, 1], np.float32) + np.array([w, 0, w, 0], np.float32)
-    return (im, x, y, w, h, mirrored), b + np.array([x, y, x, y], np.float32)
+    return Layer(im, x, y, w, h, mirrored), b + np.array([x, y, x, y], np.float32)
 
 
 def crowd(pictures, rng):
@@ -394,17 +410,86 @@ def crowd(pictures, rng):
         window = (round(ox + i % columns * cw), round(oy + i // columns * ch), round(ox + (i % columns + 1) * cw),
                   round(oy + (i // columns + 1) * ch))
         layer, b = laid(pictures[i], x, y, nw, nh, rng.random() < 0.5)
-        layers.append((*layer, window))
+        layers.append(layer._replace(window=window))
         found.append(np.concatenate([b, np.tile(np.array(window, np.float32), (len(b), 1))], 1))
     return layers, np.concatenate(found)
+
+
+def loners(pictures):
+    """People who can be cut out: [(picture, box)]. Upright, seen from head to foot, nobody before them."""
+    found = []
+    for im, boxes, source in pictures:
+        h, w = im.shape[:2]
+        if source in UNCUT:
+            continue
+        for k, (x1, y1, x2, y2) in enumerate(boxes):
+            bw, bh = x2 - x1, y2 - y1
+            if bh < 70 or not 0.18 < bw / bh < 0.75 or x1 < 3 or x2 > w - 3 or y1 < 3 or y2 > h - 3:
+                continue
+            o = np.delete(boxes, k, 0)
+            wide = (np.minimum(o[:, 2], x2) - np.maximum(o[:, 0], x1)).clip(0)
+            high = (np.minimum(o[:, 3], y2) - np.maximum(o[:, 1], y1)).clip(0)
+            if (wide * high).sum() <= 0.08 * bw * bh:
+                found.append((im, (x1, y1, x2, y2)))
+    return found
+
+
+def gather(people, scraps, rng):
+    """People cut out and set among each other, the near ones before the far ones, now and then a piece of something else
+    between them: their layers, and for each its box and whether it is a person. Pictures of many people are few; these
+    never end."""
+    n = rng.choice([2, 3, 4, 6, 8, 10, 12, 16])
+    middle = math.exp(rng.uniform(math.log(22), math.log(100)))
+    narrow = squeeze("human_v2", rng)
+    layers, found = [], []
+    cx, spread = rng.uniform(0.2, 0.8) * W, rng.uniform(0.08, 0.5) * W
+    for foot in sorted(rng.uniform(0.4, 1.08) * H for _ in range(n)):
+        person = rng.random() < 0.8
+        if person:
+            im, (x1, y1, x2, y2) = people[rng.randrange(len(people))]
+            w, h = x2 - x1, y2 - y1
+            # never the same margin: the outline of the cut must not tell where the person is
+            left, right, above, below = (rng.uniform(0.06, 0.4) for _ in range(4))
+            a, c = max(0, int(x1 - left * w)), min(im.shape[1], int(x2 + right * w))
+            b, d = max(0, int(y1 - above * 0.5 * h)), min(im.shape[0], int(y2 + below * 0.5 * h))
+            im, box = im[b:d, a:c], np.array([[x1 - a, y1 - b, x2 - a, y2 - b]], np.float32)
+        else:
+            im = rng.choice(scraps)
+            y, x = rng.randrange(max(1, im.shape[0] // 2)), rng.randrange(max(1, im.shape[1] // 2))
+            im = im[y:y + rng.randint(30, 200), x:x + rng.randint(20, 150)]
+            box = np.array([[0, 0, im.shape[1], im.shape[0]]], np.float32)
+        s = middle * (0.55 + 0.6 * foot / H) * math.exp(rng.gauss(0, 0.12)) / (box[0, 3] - box[0, 1])
+        nh, nw = max(4, round(im.shape[0] * s)), max(3, round(im.shape[1] * s * narrow))
+        x, y = round(rng.gauss(cx, spread)) - nw // 2, round(foot) - nh
+        layer, b = laid((im, box), x, y, nw, nh, rng.random() < 0.5)
+        layers.append(layer._replace(soft=True))
+        found.append((b[0], person))
+    return layers, found
+
+
+def hidden(found):
+    """Which of these, in the order in which they are laid, are mostly behind later ones."""
+    out = []
+    for i, (a, _) in enumerate(found):
+        gone = sum(max(0.0, min(a[2], b[2]) - max(a[0], b[0])) * max(0.0, min(a[3], b[3]) - max(a[1], b[1]))
+                   for b, _ in found[i + 1:])
+        out.append(gone > 0.55 * (a[2] - a[0]) * (a[3] - a[1]))
+    return np.array(out, bool)
+
+
+def veil(x, y, w, h, a1, b1, a2, b2):
+    """How much of a cut-out is laid over the picture: all of its middle, nothing of its corners."""
+    u = ((np.arange(a1, a2, dtype=np.float32) + 0.5 - x) / w * 2 - 1) ** 4
+    v = ((np.arange(b1, b2, dtype=np.float32) + 0.5 - y) / h * 2 - 1) ** 4
+    return np.clip((1 - u[None] - v[:, None]) * 3, 0, 1)[:, :, None]
 
 
 def render(layers, c, fill):
     """The part c (x1, y1, x2, y2, ends included) of the frame that the layers make."""
     x1, y1, x2, y2 = c[0], c[1], c[2] + 1, c[3] + 1
     out = np.full((y2 - y1, x2 - x1, 3), fill, np.uint8)
-    for im, x, y, w, h, mirrored, *window in layers:
-        wx1, wy1, wx2, wy2 = window[0] if window else (x, y, x + w, y + h)
+    for im, x, y, w, h, mirrored, window, soft in layers:
+        wx1, wy1, wx2, wy2 = window or (x, y, x + w, y + h)
         a1, b1, a2, b2 = max(x, x1, wx1), max(y, y1, wy1), min(x + w, x2, wx2), min(y + h, y2, wy2)
         if a2 <= a1 or b2 <= b1:
             continue
@@ -419,7 +504,11 @@ def render(layers, c, fill):
             m = np.array([[fx, 0, (l + 0.5) * fx - 0.5], [0, fy, (b1 - y + 0.5) * fy - 0.5]])
             piece = cv2.warpAffine(im, m, (a2 - a1, b2 - b1), flags=cv2.INTER_LINEAR | cv2.WARP_INVERSE_MAP,
                                    borderMode=cv2.BORDER_REPLICATE)
-        out[b1 - y1:b2 - y1, a1 - x1:a2 - x1] = piece[:, ::-1] if mirrored else piece
+        piece = piece[:, ::-1] if mirrored else piece
+        at = out[b1 - y1:b2 - y1, a1 - x1:a2 - x1]
+        if soft:
+            piece = (at + (piece.astype(np.float32) - at) * veil(x, y, w, h, a1, b1, a2, b2) + 0.5).astype(np.uint8)
+        at[:] = piece
     return out
 
 
@@ -428,10 +517,10 @@ def cut(vis, ok, uncut, rng):
     q = rng.random()
     if q < uncut:
         return 0, 0, W - 1, H - 1
-    if q < 0.85 and len(ok):
+    if q < 0.95 and len(ok):
         v = vis[rng.sample(list(ok), min(len(ok), rng.randint(1, 3)))]
         m = [v[:, 0].min(), v[:, 1].min(), v[:, 2].max(), v[:, 3].max()]
-        if rng.random() < 0.3:  # only a part of the body moved, or more than the body did
+        if rng.random() < 0.15:  # only a part of the body moved, or more than the body did
             d = 0.25 * max(m[2] - m[0], 8), 0.25 * max(m[3] - m[1], 8)
             m = [m[0] + rng.uniform(-2, 1) * d[0], m[1] + rng.uniform(-2, 1) * d[1], m[2] + rng.uniform(-1, 2) * d[0],
                  m[3] + rng.uniform(-1, 2) * d[1]]
@@ -442,10 +531,11 @@ def cut(vis, ok, uncut, rng):
     return x, y, x + cw - 1, y + ch - 1
 
 
-def sample(layers, b, sources, rng, nrng, uncut=0.4, somebody=True):
+def sample(layers, b, sources, rng, nrng, uncut=0.4, somebody=True, behind=None):
     """One training picture: (RGB uint8 of a network size, boxes, ignore flags, whether people may lack boxes).
 
-    Boxes that lie in a window (four more columns) are seen only as far as it goes."""
+    Boxes that lie in a window (four more columns) are seen only as far as it goes; behind: those that count for nothing,
+    because something stands before them."""
     lo, hi = np.array([0, 0, 0, 0], np.float32), np.array([W, H, W, H], np.float32)
     vis = b[:, :4].clip(lo, hi)
     if b.shape[1] == 8:
@@ -475,9 +565,10 @@ def sample(layers, b, sources, rng, nrng, uncut=0.4, somebody=True):
     part = (t[:, 2] - t[:, 0]) * (t[:, 3] - t[:, 1]) / np.maximum(area, 1e-3)
     keep = (part > 0.02) & (t[:, 2] - t[:, 0] > 1) & (t[:, 3] - t[:, 1] > 1)
     t, part = t[keep], part[keep]
+    behind = np.zeros(len(t), bool) if behind is None else behind[keep]
     hpx, wpx = t[:, 3] - t[:, 1], t[:, 2] - t[:, 0]
     # too small or too little of it to be called a person by anyone; and the odd box that holds only a hand
-    ignore = (part < 0.45) | (hpx < 12) | (wpx < 4)
+    ignore = (part < 0.45) | (hpx < 12) | (wpx < 4) | behind
     if any("coco" in s for s in sources):
         ignore |= hpx < 0.55 * wpx
     t = (t - np.array([c[0], c[1]] * 2, np.float32)) * np.array([ww / cw, hh / ch] * 2, np.float32)
@@ -486,7 +577,7 @@ def sample(layers, b, sources, rng, nrng, uncut=0.4, somebody=True):
 
 def crowded(people):
     """How much more often than others a picture with so many people is drawn: they are few, and hard."""
-    return 1.0 if people < 3 else 1.7 if people < 6 else 3.0
+    return 1.0 if people < 3 else 2.2 if people < 6 else 7.0
 
 
 def shares(weights):
@@ -509,7 +600,7 @@ def background(pic, rng):
 class Stream:
     """Batches of one size each, for ever."""
 
-    def __init__(self, root, seed, batch, negatives=0.36, crowds=0.18):
+    def __init__(self, root, seed, batch, negatives=0.3, crowds=0.1, gatherings=0.22):
         self.people = load(root, "train")
         self.neg = load(root, "negatives")
         if not self.people or not self.neg:
@@ -522,6 +613,9 @@ class Stream:
         self.share = negatives
         self.bucket = {}
         self.crowds = crowds
+        self.gatherings = gatherings
+        self.loners = loners(self.people)
+        self.scraps = [p[0] for p in self.neg]
         self.drawn = []
         self.none = np.zeros((0, 4), np.float32)
 
@@ -531,6 +625,14 @@ class Stream:
             im, focus, source = self.empty()
             layer, b = place((im, self.none, source), rng, focus)
             return sample([layer], b, [source], rng, nrng, somebody=False)
+        if rng.random() < self.gatherings:
+            pic = self.person() if rng.random() < 0.35 else self.neg[rng.randrange(len(self.neg))]
+            ground, b = place(pic, rng)
+            layers, found = gather(self.loners, self.scraps, rng)
+            found = [(q, True) for q in b] + found
+            people = np.array([person for _, person in found])
+            return sample([ground, *layers], np.array([q for q, _ in found], np.float32)[people], [pic[2]], rng, nrng,
+                          behind=hidden(found)[people])
         pic = self.person()
         if rng.random() < 0.03:
             pic = lying(pic, rng)
@@ -540,6 +642,10 @@ class Stream:
             return sample(layers, b, [p[2] for p in pics[:len(layers)]], rng, nrng)
         layer, b = place(pic, rng)
         return sample([layer], b, [pic[2]], rng, nrng)
+
+    def settle(self):
+        """Fewer pictures that are put together: a training should end on such as are really seen."""
+        self.crowds, self.gatherings = 0.03, 0.06
 
     def empty(self):
         """A picture without people. Those that are drawn are dear: each is shown a few times."""

@@ -12,8 +12,10 @@ the middle 95 % of 1,000 draws of as many pictures with replacement."""
 import argparse
 import json
 import os
+import shutil
 import subprocess
 import sys
+import zlib
 
 import cv2
 import numpy as np
@@ -31,10 +33,12 @@ def cut_holdout(people, tools, work):
     """The held-out sources, cut once; a folder of links gives the cutter the layout it wants."""
     crops = f"{work}/crops"
     if os.path.exists(f"{crops}/gt.json"):
-        return crops
-    os.makedirs(f"{work}/sources", exist_ok=True)
-    if not os.path.islink(f"{work}/sources/people"):
-        os.symlink(os.path.abspath(people), f"{work}/sources/people")
+        if {g["set"] for g in json.load(open(f"{crops}/gt.json"))} == set.union(*HOLDOUT.values()):
+            return crops
+    for old in (crops, f"{work}/sources"):  # other sources were held out then
+        shutil.rmtree(old, ignore_errors=True)
+    os.makedirs(f"{work}/sources")
+    os.symlink(os.path.abspath(people), f"{work}/sources/people")
     for kind, place in (("train", "holdout"), ("negatives", "negatives")):
         os.makedirs(f"{work}/sources/{place}", exist_ok=True)
         for source in sorted(HOLDOUT[kind]):
@@ -62,13 +66,14 @@ def infrared(im, rng):
     return np.repeat(np.clip(g, 0, 255).astype(np.uint8)[:, :, None], 3, 2)
 
 
-def with_look(crops, work, name, look):
+def with_look(crops, work, kind, look):
     """The crops once more, each looking different."""
-    out = f"{work}/{name}"
+    out = f"{work}/{kind}"
     os.makedirs(out, exist_ok=True)
-    for i, g in enumerate(json.load(open(f"{crops}/gt.json"))):
-        if not os.path.exists(f"{out}/{g['file']}"):
-            cv2.imwrite(f"{out}/{g['file']}", look(cv2.imread(f"{crops}/{g['file']}"), np.random.default_rng(i)))
+    for name in (g["file"] for g in json.load(open(f"{crops}/gt.json"))):
+        if not os.path.exists(f"{out}/{name}"):
+            rng = np.random.default_rng(zlib.crc32(name.encode()))
+            cv2.imwrite(f"{out}/{name}", look(cv2.imread(f"{crops}/{name}"), rng))
     return out
 
 

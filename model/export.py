@@ -17,15 +17,16 @@ import numpy as np
 from network import Net, load, stored
 
 # Numbers of the layer types in the library's registry.
-INPUT, CONVOLUTION, SPLIT, CONCAT, INTERP = 16, 6, 33, 5, 50
-RELU = 1  # as an activation inside a convolution
+INPUT, CONVOLUTION, SPLIT, CONCAT, INTERP, POOLING = 16, 6, 33, 5, 50, 21
+HARD_SWISH = 6  # as an activation inside a convolution
 OUTPUT_BLOBS = (142, 154, 164)
 BLOBS = 165
 END = -233
+FIRST_ARRAY = -23300
 HALF = 0x01306B47  # says that half-precision weights follow
-# Layers whose unrolled input (nine times the picture) would be the peak of a pass: they run without the matrix road
-# (bit 5 of a layer's feature mask).
-NO_MATRIX = ("c2", "c3")
+# Where the picture is smallest, Winograd convolution saves no time and would make the loaded weights four times as
+# large: these layers run without it (bit 6 of a layer's feature mask).
+NO_WINOGRAD = ("c8", "c9")
 
 
 class Writer:
@@ -41,10 +42,14 @@ class Writer:
         row = [kind, len(bottoms), len(tops), *bottoms, *tops]
         data = struct.pack(f"<{len(row)}i", *row)
         for key, value in params:
-            data += struct.pack("<i", key) + (struct.pack("<f", value) if isinstance(value, float) else struct.pack("<i", value))
+            if isinstance(value, tuple):
+                data += struct.pack(f"<2i{len(value)}f", FIRST_ARRAY - key, len(value), *value)
+            else:
+                data += struct.pack("<i", key) + (struct.pack("<f", value) if isinstance(value, float) else struct.pack("<i", value))
         self.layers.append(data + struct.pack("<i", END))
+        words = [f"{k}={','.join(f'{x:.9g}' for x in v) if isinstance(v, tuple) else v}" for k, v in params]
         self.text.append(f"{word:<12} {name:<8} in {','.join(map(str, bottoms)) or '-':<8} out "
-                         f"{','.join(map(str, tops)):<10} {' '.join(f'{k}={v}' for k, v in params)}")
+                         f"{','.join(map(str, tops)):<10} {' '.join(words)}")
 
     def conv(self, name, bottom, top=None):
         module = getattr(self.net, name)
@@ -55,7 +60,7 @@ class Writer:
         k = w.shape[2]
         self.add(CONVOLUTION, name, "Convolution", [bottom], [top],
                  [(0, w.shape[0]), (1, k), (3, conv.stride[0]), (4, conv.padding[0]), (5, 1), (6, w.size)] +
-                 [(9, 0 if last else RELU)] + ([(31, 32)] if name in NO_MATRIX else []))
+                 ([] if last else [(9, HARD_SWISH), (10, (1 / 6, 0.5))]) + ([(31, 64)] if name in NO_WINOGRAD else []))
         half = w.astype("<f2").tobytes()
         self.weights.append(struct.pack("<I", HALF) + half + b"\0" * (-len(half) % 4) + b.astype("<f4").tobytes())
         return top
@@ -75,6 +80,9 @@ class Writer:
         self.add(SPLIT, name, "Split", [bottom], tops)
         return tops
 
+    def half(self, name, bottom):
+        return self.one(POOLING, name, "Pooling", [bottom], [(0, 0), (1, 2), (2, 2)])
+
     def twice(self, name, bottom):
         return self.one(INTERP, name, "Interp", [bottom], [(0, 1), (1, 2.0), (2, 2.0)])
 
@@ -87,13 +95,15 @@ def main():
     net = load(sys.argv[2]) if len(sys.argv) > 2 else Net().eval()
     f = Writer(stored(net, float(sys.argv[3]) if len(sys.argv) > 3 else 0.5))
     x = f.one(INPUT, "data", "Input", [], [])
-    f3, x = f.split("s3", f.chain(("c1", "c2", "c3", "c4", "c5"), x))
-    f4, x = f.split("s4", f.chain(("c6", "c7", "c8"), x))
-    f5, x = f.split("s5", f.chain(("c9", "c10"), x))
+    f2, x = f.split("s2", f.chain(("c1", "c2", "c3"), x))
+    e3 = f.conv("e3", f2)
+    f3, x = f.split("s3", f.chain(("c4", "c5"), f.half("h3", x)))
+    f4, x = f.split("s4", f.chain(("c6", "c7"), f.half("h4", x)))
+    f5, x = f.split("s5", f.chain(("c8", "c9"), f.half("h5", x)))
     f.conv("o5", x, OUTPUT_BLOBS[0])
     n4, x = f.split("s6", f.chain(("p4", "q4"), f.concat("k4", f.twice("u5", f.conv("l5", f5)), f4)))
     f.conv("o4", x, OUTPUT_BLOBS[1])
-    n3 = f.chain(("p3", "q3"), f.concat("k3", f.twice("u4", f.conv("l4", n4)), f3))
+    n3 = f.chain(("p3", "q3"), f.concat("k3", f.twice("u4", f.conv("l4", n4)), f3, e3))
     f.conv("o3", n3, OUTPUT_BLOBS[2])
     assert f.next <= OUTPUT_BLOBS[0]
     os.makedirs(out, exist_ok=True)

@@ -18,6 +18,7 @@ from torch.nn import functional as F
 from data import Stream, collate
 from network import ANCHORS, MASKS, STRIDES, Net
 
+SETTLE = 0.8  # the part of a training after which fewer pictures are put together
 REACH = 0.62  # cells, from the middle of one
 BOX = 5.0  # how much the place of a box counts beside its score
 
@@ -202,6 +203,8 @@ def run(rank, a):
         f = float(clock)
         if f >= 1:
             break
+        if f > SETTLE:
+            stream.settle()
         lr = a.lr * min(1.0, (step + 1) / 300) * (0.02 + 0.98 * 0.5 * (1 + math.cos(math.pi * f)))
         for group in opt.param_groups:
             group["lr"] = lr

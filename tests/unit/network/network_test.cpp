@@ -272,7 +272,7 @@ TEST_F(NetworkTest, TheLibraryIsSetToThriftAndToTheThreadCount)
     init();
     EXPECT_TRUE(handle->net->opt.lightmode);
     EXPECT_FALSE(handle->net->opt.use_local_pool_allocator);
-    EXPECT_FALSE(handle->net->opt.use_winograd_convolution);
+    EXPECT_TRUE(handle->net->opt.use_winograd_convolution);
     EXPECT_EQ(handle->net->opt.num_threads, 3);
 }
 
@@ -583,7 +583,7 @@ TEST_F(ChangeTest, PutsTheNewNetworkInPlace)
     ASSERT_EQ(Forward_Network(handle, picture(128, 192).data(), 128, 192, 3), 0);
     ASSERT_EQ(GetBBox(handle, 128, 192), 5);
     EXPECT_FLOAT_EQ(Get_Boxes(handle)[0].score, 1 / (1 + expf(-4)));
-    EXPECT_FALSE(handle->net->opt.use_winograd_convolution);
+    EXPECT_TRUE(handle->net->opt.use_winograd_convolution);
 }
 
 TEST_F(ChangeTest, WithoutMemoryTheOldOneStays)
