@@ -20,6 +20,7 @@
 #include "machine_limits.h"
 #include "nn/model_blob.h"
 #include "nn/network.h"
+#include "nn/nn_model.h"
 
 namespace
 {
@@ -71,13 +72,19 @@ std::map<int, uint64_t> convolution_weights(void)
     return result;
 }
 
+// With the library's default options.
+void load_bare(ncnn::Net *net)
+{
+    net->opt.num_threads = 1;
+    if (net->load_param(person_model_structure) == 0 || net->load_model(person_model_weights) == 0)
+        abort();
+}
+
 // Each weight of a convolution meets each position of its output once.
 uint64_t multiply_adds(const input &input)
 {
     ncnn::Net net;
-    net.opt.num_threads = 1;
-    if (net.load_param(person_model_structure) == 0 || net.load_model(person_model_weights) == 0)
-        abort();
+    load_bare(&net);
     ncnn::Extractor extractor = net.create_extractor();
     extractor.set_light_mode(false);
     extractor.input(0, ncnn::Mat(input.width, input.height, 3));
@@ -149,8 +156,8 @@ class bare_network
   public:
     explicit bare_network(const input &size)
     {
-        net.opt.num_threads = 1;
-        if (net.load_param(person_model_structure) == 0 || net.load_model(person_model_weights) == 0)
+        load_bare(&net);
+        if (nn_model_fill(&model, 0) != 0)
             abort();
         picture.create(size.width, size.height, 3);
         picture.fill(0.5f);
@@ -159,9 +166,9 @@ class bare_network
     {
         ncnn::Extractor extractor = net.create_extractor();
         extractor.input(0, picture);
-        for (const int output : {142, 154, 164}) {
+        for (int i = 0; i < model.outputs; i++) {
             ncnn::Mat blob;
-            if (extractor.extract(output, blob) != 0)
+            if (extractor.extract(model.output_blobs[i], blob) != 0)
                 abort();
             keep(blob.data);
         }
@@ -169,6 +176,7 @@ class bare_network
 
   private:
     ncnn::Net net;
+    nn_model model;
     ncnn::Mat picture;
 };
 

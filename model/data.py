@@ -434,10 +434,10 @@ def loners(pictures):
     return found
 
 
-def gather(people, scraps, rng):
-    """People cut out and set among each other, the near ones before the far ones, now and then a piece of something else
-    between them: their layers, and for each its box and whether it is a person. Pictures of many people are few; these
-    never end."""
+def gather(people, others, rng):
+    """People cut out and set among each other, the near ones before the far ones, now and then a piece of the other
+    pictures between them: their layers, and for each its box and whether it is a person. Pictures of many people are few;
+    these never end."""
     n = rng.choice([2, 3, 4, 6, 8, 10, 12, 16])
     middle = math.exp(rng.uniform(math.log(22), math.log(100)))
     narrow = squeeze("human_v2", rng)
@@ -454,7 +454,7 @@ def gather(people, scraps, rng):
             b, d = max(0, int(y1 - above * 0.5 * h)), min(im.shape[0], int(y2 + below * 0.5 * h))
             im, box = im[b:d, a:c], np.array([[x1 - a, y1 - b, x2 - a, y2 - b]], np.float32)
         else:
-            im = rng.choice(scraps)
+            im = rng.choice(others)[0]
             y, x = rng.randrange(max(1, im.shape[0] // 2)), rng.randrange(max(1, im.shape[1] // 2))
             im = im[y:y + rng.randint(30, 200), x:x + rng.randint(20, 150)]
             box = np.array([[0, 0, im.shape[1], im.shape[0]]], np.float32)
@@ -615,7 +615,6 @@ class Stream:
         self.crowds = crowds
         self.gatherings = gatherings
         self.loners = loners(self.people)
-        self.scraps = [p[0] for p in self.neg]
         self.drawn = []
         self.none = np.zeros((0, 4), np.float32)
 
@@ -628,7 +627,7 @@ class Stream:
         if rng.random() < self.gatherings:
             pic = self.person() if rng.random() < 0.35 else self.neg[rng.randrange(len(self.neg))]
             ground, b = place(pic, rng)
-            layers, found = gather(self.loners, self.scraps, rng)
+            layers, found = gather(self.loners, self.neg, rng)
             found = [(q, True) for q in b] + found
             people = np.array([person for _, person in found])
             return sample([ground, *layers], np.array([q for q, _ in found], np.float32)[people], [pic[2]], rng, nrng,

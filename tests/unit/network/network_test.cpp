@@ -719,6 +719,19 @@ TEST_F(NetworkTest, TheMeanIsTakenOffBeforeTheFactor)
     EXPECT_NEAR(handle->outputs[2].channel(0).row(31)[31], 100 * (40 - 30) * 2 + 0.5f, 1e-2f);
 }
 
+TEST_F(NetworkTest, TheLastPixelsOfAPictureOfAnyAreaGetTheirFactor)
+{
+    const Network network = colours();
+    world.models[0] = detector(network);
+    world.models[0].alignment_shift = 0;
+    init();
+    config.input_height = 5;
+    config.input_width = 7;
+    ASSERT_EQ(Forward_Network(handle, picture(5, 7, 3, 51).data(), 5, 7, 3), 0);
+    for (int column = 0; column < 7; ++column)
+        EXPECT_NEAR(handle->outputs[1].channel(0).row(4)[column], 100 * 0.2f + 0.5f, 1e-2f) << column;
+}
+
 TEST_F(NetworkTest, WithoutMeanAndFactorPixelsStayAsTheyAre)
 {
     const Network network = colours();
